@@ -1,0 +1,86 @@
+#pragma once
+// A free-form JSON value: the payload of unknown shape that records carry, and the tree every
+// record is encoded to and decoded from. The JSON text parser lives in the library, so no
+// third-party type appears here.
+
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace velora {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// Thrown when a value cannot be turned into JSON text or read from it.
+class JsonError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class AnyCodable {
+ public:
+  using Array = std::vector<AnyCodable>;
+  /// Keys keep their insertion order, so encoding a record is deterministic.
+  using Object = std::vector<std::pair<std::string, AnyCodable>>;
+
+  AnyCodable() = default;
+  AnyCodable(std::nullptr_t) {}
+  AnyCodable(bool v) : value_(v) {}
+  AnyCodable(int v) : value_(std::int64_t{v}) {}
+  AnyCodable(unsigned v) : value_(std::int64_t{v}) {}
+  AnyCodable(long v) : value_(std::int64_t{v}) {}
+  AnyCodable(long long v) : value_(std::int64_t{v}) {}
+  AnyCodable(unsigned long v) : value_(static_cast<std::int64_t>(v)) {}
+  AnyCodable(unsigned long long v) : value_(static_cast<std::int64_t>(v)) {}
+  AnyCodable(double v) : value_(v) {}
+  AnyCodable(std::string v) : value_(std::move(v)) {}
+  AnyCodable(std::string_view v) : value_(std::string(v)) {}
+  AnyCodable(const char* v) : value_(std::string(v)) {}
+  AnyCodable(Bytes v) : value_(std::move(v)) {}
+  AnyCodable(Array v) : value_(std::move(v)) {}
+  AnyCodable(Object v) : value_(std::move(v)) {}
+
+  static AnyCodable object(std::initializer_list<std::pair<const char*, AnyCodable>> members);
+
+  bool isNull() const { return std::holds_alternative<std::nullptr_t>(value_); }
+  bool isObject() const { return std::holds_alternative<Object>(value_); }
+  bool isArray() const { return std::holds_alternative<Array>(value_); }
+
+  /// The stored alternative, or null when the value holds another kind.
+  template <class T>
+  const T* as() const { return std::get_if<T>(&value_); }
+  template <class T>
+  T* as() { return std::get_if<T>(&value_); }
+
+  /// Integers are also readable as doubles, as JSON does not tell them apart.
+  std::optional<double> number() const;
+
+  /// Object member look-up; null when this is not an object or the key is absent.
+  const AnyCodable* find(std::string_view key) const;
+  /// Object member for writing; turns a null value into an empty object first.
+  AnyCodable& operator[](std::string_view key);
+
+  /// Parses JSON text. Throws JsonError("AnyDecodable value cannot be decoded: ...").
+  static AnyCodable parse(std::string_view text);
+  /// Parses JSON text; nullopt and the reason in `error` instead of throwing.
+  static std::optional<AnyCodable> tryParse(std::string_view text, std::string* error = nullptr);
+  /// Compact JSON text. Bytes are written as base64 text. Throws JsonError("AnyEncodable value
+  /// cannot be encoded") for a value JSON cannot hold (a non-finite number).
+  std::string dump() const;
+
+  friend bool operator==(const AnyCodable&, const AnyCodable&) = default;
+
+ private:
+  std::variant<std::nullptr_t, bool, std::int64_t, double, std::string, Bytes, Array, Object> value_;
+};
+
+std::string base64Encode(const Bytes& bytes);
+std::optional<Bytes> base64Decode(std::string_view text);
+
+}  // namespace velora

@@ -1,0 +1,38 @@
+#pragma once
+// A session: a transport plus the additional headers every request sent on it carries.
+// A request's own header of the same name wins, as does a redirect's re-applied header.
+
+#include <functional>
+#include <memory>
+
+#include <velora/platform/HttpTransport.hpp>
+
+namespace velora {
+
+class HttpSession {
+ public:
+  HttpSession(std::shared_ptr<HttpTransport> transport, HttpHeaders additionalHeaders = {})
+      : transport_(std::move(transport)), additionalHeaders_(std::move(additionalHeaders)) {}
+
+  const HttpHeaders& additionalHeaders() const { return additionalHeaders_; }
+  const std::shared_ptr<HttpTransport>& transport() const { return transport_; }
+
+  /// The request as it leaves: its own headers plus the session's missing ones.
+  HttpRequest prepare(HttpRequest request) const {
+    request.headers.mergeMissing(additionalHeaders_);
+    return request;
+  }
+  std::shared_ptr<HttpCall> start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) const {
+    return transport_->start(prepare(std::move(request)), std::move(delegate));
+  }
+  /// A data request; `completion` runs once on the transport's I/O thread.
+  std::shared_ptr<HttpCall> data(HttpRequest request, std::function<void(DataResult)> completion) const {
+    return startDataRequest(*transport_, prepare(std::move(request)), std::move(completion));
+  }
+
+ private:
+  std::shared_ptr<HttpTransport> transport_;
+  HttpHeaders additionalHeaders_;
+};
+
+}  // namespace velora

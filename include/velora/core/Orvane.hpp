@@ -1,0 +1,164 @@
+#pragma once
+// Orvane: the library's single entry object. Configure it once with `setupSDK`, then call the
+// operations of `Orvane::shared()`. Each REST operation comes twice: a callback form that answers
+// exactly once on the main queue with a ResponseMessage (code 200 and the decoded record in
+// `payload` on success), and an awaitable form returning the record or throwing APIError.
+//
+// The operations are declared by area in Orvane+<Area>.hpp, all included from here.
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <velora/core/APIError.hpp>
+#include <velora/core/DeviceConfiguration.hpp>
+#include <velora/core/EnvironmentModel.hpp>
+#include <velora/core/HttpSession.hpp>
+#include <velora/core/NetworkLogin.hpp>
+#include <velora/core/PlatformError.hpp>
+#include <velora/core/ResponseMessage.hpp>
+#include <velora/core/Task.hpp>
+#include <velora/core/detail/Pipeline.hpp>
+#include <velora/platform/Platform.hpp>
+#include <velora/semaphore/AsyncSemaphore.hpp>
+
+namespace velora {
+
+enum class AuthenticationStatus { unknown, notAuthenticated, authenticated };
+
+using ResponseCallback = std::function<void(const ResponseMessage&)>;
+
+/// Image bytes whose header is PNG, JPEG, GIF or WebP, with the pixel size read from the header.
+struct SdkImage {
+  enum class Format { png, jpeg, gif, webp };
+  Bytes data;
+  Format format = Format::png;
+  int width = 0;
+  int height = 0;
+
+  /// nullopt when the bytes are not one of the four formats or their header is cut short.
+  static std::optional<SdkImage> decode(Bytes data);
+};
+
+class Orvane : public std::enable_shared_from_this<Orvane> {
+ public:
+  /// Persists the environment that the shared instance reads when it is constructed. With no
+  /// environment, one is built from the information dictionary's "VeloraSDK" → "defaultURL".
+  static void setupSDK(std::optional<EnvironmentModel> environment);
+  static void setupSDK(std::optional<EnvironmentModel> environment, const Platform& platform);
+
+  /// The shared instance, created on first use with Platform::getDefault().
+  static Orvane& shared();
+
+  /// A separate instance on the given platform (tests, several environments in one process).
+  static std::shared_ptr<Orvane> make(Platform platform);
+
+  Orvane(const Orvane&) = delete;
+  Orvane& operator=(const Orvane&) = delete;
+  ~Orvane();
+
+  // ---- state ----------------------------------------------------------------------------------
+  std::optional<EnvironmentModel> environment;
+  /// Installation identifier, persisted under "envUuid" and sent as header "uuid".
+  std::string envUUID;
+  /// Serialises awaited requests; created with one permit (each setupSession adds one).
+  AsyncSemaphore resumeAsyncSessionSemaphore{1};
+  /// Serialises the token decision and start of callback-style requests.
+  std::mutex resumeSessionLock;
+
+  /// The authenticated session as last rebuilt by setupSession.
+  std::shared_ptr<const HttpSession> session() const;
+  const Platform& platform() const { return platform_; }
+
+  /// `environment.sdkEndpoint`; stops the process without an environment.
+  const std::string& sdkEndpoint() const;
+  /// The information dictionary's "VeloraSDK" entry when it is an object.
+  std::optional<AnyCodable> sdkConfig() const;
+  /// sdkConfig()["KeycloakConfig"] when it is an object.
+  std::optional<AnyCodable> keycloakConfig() const;
+  /// sdkConfig()["languageEnabled"]; false when absent.
+  bool languageEnabled() const;
+  AuthenticationStatus authStatus() const;
+  /// The access token of the current session, if any.
+  std::optional<std::string> accessToken() const;
+
+  /// Rebuilds the session: "Content-Type", "Authorization" when a token is held, and "uuid".
+  /// Signals resumeAsyncSessionSemaphore once, unconditionally.
+  void setupSession(const std::optional<NetworkResponseLogin>& login = std::nullopt);
+
+  // ---- request pipeline -----------------------------------------------------------------------
+  /// A request to sdkEndpoint + `pathAndQuery` with the environment's time-out; nullopt when the
+  /// URL does not parse.
+  std::optional<HttpRequest> makeRequest(std::string_view pathAndQuery, std::string method = "GET",
+                                         std::optional<std::string> body = std::nullopt) const;
+
+  /// Callback entry: renews an expired session before sending, then answers `callback` once on the
+  /// main queue. Only the type of `payload` matters: it is the reply type.
+  template <class T>
+  void resumeSession(HttpRequest with, const T& payload, ResponseCallback callback) {
+    (void)payload;
+    resumeSessionWith(std::move(with), &detail::decodeReply<T>, std::move(callback));
+  }
+
+  /// Awaitable entry: runs under resumeAsyncSessionSemaphore from token check to decoded reply.
+  /// Only the type of `payload` matters: it is the reply type.
+  template <class T>
+  Task<T> resumeAsyncSession(HttpRequest with, const T& payload) {
+    (void)payload;
+    return resumeAsyncSession<T>(std::move(with));
+  }
+  template <class T>
+  Task<T> resumeAsyncSession(HttpRequest with) {
+    co_await resumeAsyncSessionSemaphore.waitUnlessCancelled();
+    detail::SignalOnExit release{resumeAsyncSessionSemaphore};
+    HttpResponse response = co_await sendAwaited(std::move(with));
+    co_return detail::decodeAsyncReply<T>(response, platform_);
+  }
+
+  /// How the pipeline renews an expired session; installed by the login layer. Without one, an
+  /// expired or missing token is refused (callback form) or the request goes out as it is.
+  void setSessionRenewer(std::shared_ptr<detail::SessionRenewer> renewer);
+
+  // ---- utilities (Orvane+Utils) ---------------------------------------------------------------
+  /// GET "/api/v1/public/diagnostic/check".
+  void checkConnection(ResponseCallback callback);
+  Task<ResponseMessage> checkConnection();
+
+  /// POST "/api/v1/device/ios/conf" with this installation's identity.
+  void getConfiguration(std::optional<std::string> tagid, ResponseCallback callback);
+  Task<NetworkResponseConfiguration> getConfiguration(std::optional<std::string> tagid);
+  /// The same request as getConfiguration.
+  void getOrCreateConfiguration(std::optional<std::string> tagid, ResponseCallback callback);
+  Task<NetworkResponseConfiguration> getOrCreateConfiguration(std::optional<std::string> tagid);
+
+  /// Downloads an image: `path` is a whole URL when it contains "http://" or "https://", else it
+  /// is appended to sdkEndpoint. `publicFlag` sends it without the session's headers. No renewal.
+  void downloadSdkImage(std::string path, bool publicFlag,
+                        std::function<void(std::optional<SdkImage>, std::optional<PlatformError>)> completion);
+
+  /// Raw bytes of a resource. Whole URLs are fetched without authentication; other paths go
+  /// through the pipeline. The callback's payload is {"data": bytes}.
+  void fetchResource(std::string path, ResponseCallback callback);
+  Task<Bytes> fetchResource(std::string path);
+
+ private:
+  explicit Orvane(Platform platform);
+  void resumeSessionWith(HttpRequest request, detail::ReplyDecoder decode, ResponseCallback callback);
+  void send(const HttpRequest& request, detail::ReplyDecoder decode, ResponseCallback callback);
+  void finishRenewal(detail::RenewalResult result, detail::RenewalCodes codes, HttpRequest request,
+                     detail::ReplyDecoder decode, ResponseCallback callback);
+  void deliver(ResponseCallback callback, ResponseMessage message) const;
+  Task<HttpResponse> sendAwaited(HttpRequest request);
+  Task<NetworkResponseConfiguration> postConfiguration(std::optional<std::string> tagid);
+  void postConfiguration(std::optional<std::string> tagid, ResponseCallback callback);
+
+  Platform platform_;
+  mutable std::mutex stateMutex_;
+  std::shared_ptr<const HttpSession> session_;
+  std::shared_ptr<detail::SessionRenewer> renewer_;
+};
+
+}  // namespace velora

@@ -1,0 +1,326 @@
+#pragma once
+// The record layer. A record declares its JSON shape once, as a table of (key, member) pairs:
+//
+//   struct SDKCredentialsModel {
+//     std::optional<std::string> token;
+//     static constexpr std::string_view typeName = "SDKCredentialsModel";
+//     static constexpr auto fields() { return std::tuple{field("token", &SDKCredentialsModel::token)}; }
+//     friend bool operator==(const SDKCredentialsModel&, const SDKCredentialsModel&) = default;
+//   };
+//
+// and encode/decode follow from it: absent optionals are left out, `null` reads as absent, every
+// other key is required, and a failure names the JSON path of the offending value.
+// A text-backed enumeration declares its cases once with `enumCases` (found by argument-dependent
+// look-up) and decodes tolerantly: the first case with that raw text, else the last declared case.
+
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+#include <velora/core/AnyCodable.hpp>
+#include <velora/core/Date.hpp>
+
+namespace velora {
+
+/// A value that does not have the shape its record declares. `path` is a JSON path such as
+/// "$.iosadvConf.tagid"; `what()` reads "<path>: <reason>".
+class DecodingError : public JsonError {
+ public:
+  DecodingError(std::string path, const std::string& reason)
+      : JsonError(path + ": " + reason), path_(std::move(path)) {}
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+template <class R, class M>
+struct Field {
+  std::string_view key;
+  M R::*member;
+};
+
+template <class R, class M>
+constexpr Field<R, M> field(std::string_view key, M R::*member) { return {key, member}; }
+
+template <class E>
+struct EnumCase {
+  E value;
+  std::string_view raw;
+};
+
+template <class T>
+concept Record = requires { T::fields(); };
+
+template <class E>
+concept TolerantEnum = std::is_enum_v<E> && requires(E e) { enumCases(e); };
+
+/// The raw text of an enumeration case.
+template <TolerantEnum E>
+std::string_view rawValue(E value) {
+  for (const auto& c : enumCases(E{})) {
+    if (c.value == value) return c.raw;
+  }
+  return {};
+}
+
+/// The first case whose raw text equals `raw` exactly, else the last declared case.
+template <TolerantEnum E>
+E enumFromRaw(std::string_view raw) {
+  const auto cases = enumCases(E{});
+  for (const auto& c : cases) {
+    if (c.raw == raw) return c.value;
+  }
+  return cases.back().value;
+}
+
+namespace detail {
+
+/// One step of the path to the value being decoded; the chain lives on the stack and is only
+/// turned into text when decoding fails.
+struct JsonPath {
+  const JsonPath* parent = nullptr;
+  std::string_view key;
+  std::size_t index = 0;
+  bool isIndex = false;
+  std::string text() const;
+};
+
+[[noreturn]] void throwDecoding(const JsonPath& path, const std::string& reason);
+std::string_view kindName(const AnyCodable& value);
+
+template <class T>
+struct Codec;
+
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+
+}  // namespace detail
+
+template <class T>
+AnyCodable encode(const T& value) { return detail::Codec<T>::encode(value); }
+
+template <class T>
+T decode(const AnyCodable& json) { return detail::Codec<T>::decode(json, detail::JsonPath{}); }
+
+/// Decodes a record from JSON text; DecodingError or JsonError on failure.
+template <class T>
+T decodeJSON(std::string_view text) { return decode<T>(AnyCodable::parse(text)); }
+
+template <class T>
+std::string encodeJSON(const T& value) { return encode(value).dump(); }
+
+namespace detail {
+
+template <>
+struct Codec<AnyCodable> {
+  static AnyCodable encode(const AnyCodable& v) { return v; }
+  static AnyCodable decode(const AnyCodable& j, const JsonPath&) { return j; }
+};
+
+template <>
+struct Codec<bool> {
+  static AnyCodable encode(bool v) { return v; }
+  static bool decode(const AnyCodable& j, const JsonPath& p) {
+    if (auto b = j.as<bool>()) return *b;
+    throwDecoding(p, std::string("expected a boolean, found ") + std::string(kindName(j)));
+  }
+};
+
+template <>
+struct Codec<std::string> {
+  static AnyCodable encode(const std::string& v) { return v; }
+  static std::string decode(const AnyCodable& j, const JsonPath& p) {
+    if (auto s = j.as<std::string>()) return *s;
+    throwDecoding(p, std::string("expected a string, found ") + std::string(kindName(j)));
+  }
+};
+
+template <std::integral T>
+  requires(!std::same_as<T, bool>)
+struct Codec<T> {
+  static AnyCodable encode(T v) { return static_cast<long long>(v); }
+  static T decode(const AnyCodable& j, const JsonPath& p) {
+    std::int64_t v = 0;
+    if (auto i = j.as<std::int64_t>()) {
+      v = *i;
+    } else if (auto d = j.as<double>(); d && std::trunc(*d) == *d && std::abs(*d) < 9.2e18) {
+      v = static_cast<std::int64_t>(*d);
+    } else {
+      throwDecoding(p, std::string("expected an integer, found ") + std::string(kindName(j)));
+    }
+    if (v < static_cast<std::int64_t>(std::numeric_limits<T>::min()) ||
+        (v > 0 && static_cast<std::uint64_t>(v) > static_cast<std::uint64_t>(std::numeric_limits<T>::max()))) {
+      throwDecoding(p, "integer " + std::to_string(v) + " out of range");
+    }
+    return static_cast<T>(v);
+  }
+};
+
+template <>
+struct Codec<double> {
+  static AnyCodable encode(double v) { return v; }
+  static double decode(const AnyCodable& j, const JsonPath& p) {
+    if (auto n = j.number()) return *n;
+    throwDecoding(p, std::string("expected a number, found ") + std::string(kindName(j)));
+  }
+};
+
+template <>
+struct Codec<Date> {
+  static AnyCodable encode(Date v) { return secondsSinceReferenceDate(v); }
+  static Date decode(const AnyCodable& j, const JsonPath& p) {
+    return dateFromReferenceSeconds(Codec<double>::decode(j, p));
+  }
+};
+
+/// Raw bytes travel as base64 text inside JSON.
+template <>
+struct Codec<Bytes> {
+  static AnyCodable encode(const Bytes& v) { return v; }
+  static Bytes decode(const AnyCodable& j, const JsonPath& p) {
+    if (auto b = j.as<Bytes>()) return *b;
+    if (auto s = j.as<std::string>()) {
+      if (auto b = base64Decode(*s)) return *b;
+    }
+    throwDecoding(p, std::string("expected base64 data, found ") + std::string(kindName(j)));
+  }
+};
+
+template <TolerantEnum E>
+struct Codec<E> {
+  static AnyCodable encode(E v) { return std::string(rawValue(v)); }
+  static E decode(const AnyCodable& j, const JsonPath& p) {
+    return enumFromRaw<E>(Codec<std::string>::decode(j, p));
+  }
+};
+
+template <class T>
+struct Codec<std::optional<T>> {
+  static AnyCodable encode(const std::optional<T>& v) { return v ? Codec<T>::encode(*v) : AnyCodable{}; }
+  static std::optional<T> decode(const AnyCodable& j, const JsonPath& p) {
+    if (j.isNull()) return std::nullopt;
+    return Codec<T>::decode(j, p);
+  }
+};
+
+template <class T>
+struct Codec<std::vector<T>> {
+  static AnyCodable encode(const std::vector<T>& v) {
+    AnyCodable::Array out;
+    out.reserve(v.size());
+    for (const auto& e : v) out.push_back(Codec<T>::encode(e));
+    return out;
+  }
+  static std::vector<T> decode(const AnyCodable& j, const JsonPath& p) {
+    const auto* array = j.as<AnyCodable::Array>();
+    if (!array) throwDecoding(p, std::string("expected an array, found ") + std::string(kindName(j)));
+    std::vector<T> out;
+    out.reserve(array->size());
+    for (std::size_t i = 0; i < array->size(); ++i) {
+      out.push_back(Codec<T>::decode((*array)[i], JsonPath{&p, {}, i, true}));
+    }
+    return out;
+  }
+};
+
+template <class T>
+struct Codec<std::map<std::string, T>> {
+  static AnyCodable encode(const std::map<std::string, T>& v) {
+    AnyCodable::Object out;
+    out.reserve(v.size());
+    for (const auto& [k, e] : v) out.emplace_back(k, Codec<T>::encode(e));
+    return out;
+  }
+  static std::map<std::string, T> decode(const AnyCodable& j, const JsonPath& p) {
+    const auto* object = j.as<AnyCodable::Object>();
+    if (!object) throwDecoding(p, std::string("expected an object, found ") + std::string(kindName(j)));
+    std::map<std::string, T> out;
+    for (const auto& [k, e] : *object) out.insert_or_assign(k, Codec<T>::decode(e, JsonPath{&p, k}));
+    return out;
+  }
+};
+
+template <Record R>
+struct Codec<R> {
+  static AnyCodable encode(const R& record) {
+    AnyCodable::Object out;
+    std::apply([&](const auto&... f) { (encodeField(out, record, f), ...); }, R::fields());
+    return out;
+  }
+
+  static R decode(const AnyCodable& j, const JsonPath& p) {
+    const auto* object = j.as<AnyCodable::Object>();
+    if (!object) throwDecoding(p, std::string("expected an object, found ") + std::string(kindName(j)));
+    R record{};
+    std::apply([&](const auto&... f) { (decodeField(j, p, record, f), ...); }, R::fields());
+    if constexpr (requires { record.didDecode(); }) record.didDecode();
+    return record;
+  }
+
+ private:
+  template <class M>
+  static void encodeField(AnyCodable::Object& out, const R& record, const Field<R, M>& f) {
+    const M& value = record.*(f.member);
+    if constexpr (IsOptional<M>::value) {
+      if (!value) return;
+    }
+    out.emplace_back(std::string(f.key), Codec<M>::encode(value));
+  }
+
+  template <class M>
+  static void decodeField(const AnyCodable& j, const JsonPath& p, R& record, const Field<R, M>& f) {
+    const AnyCodable* member = j.find(f.key);
+    JsonPath here{&p, f.key};
+    if constexpr (IsOptional<M>::value) {
+      if (member) record.*(f.member) = Codec<M>::decode(*member, here);
+    } else {
+      if (!member) throwDecoding(here, "required key is missing");
+      if (member->isNull()) throwDecoding(here, "required value is null");
+      record.*(f.member) = Codec<M>::decode(*member, here);
+    }
+  }
+};
+
+template <class T>
+struct TypeName {
+  static std::string get() {
+    if constexpr (Record<T>) return std::string(T::typeName);
+    else if constexpr (std::same_as<T, std::string>) return "String";
+    else if constexpr (std::same_as<T, bool>) return "Bool";
+    else if constexpr (std::same_as<T, double>) return "Double";
+    else if constexpr (std::integral<T>) return "Int";
+    else if constexpr (std::same_as<T, Bytes>) return "Data";
+    else if constexpr (std::same_as<T, AnyCodable>) return "AnyCodable";
+    else return "Value";
+  }
+};
+template <class T>
+struct TypeName<std::vector<T>> {
+  static std::string get() { return "Array<" + TypeName<T>::get() + ">"; }
+};
+template <class T>
+struct TypeName<std::optional<T>> {
+  static std::string get() { return "Optional<" + TypeName<T>::get() + ">"; }
+};
+
+}  // namespace detail
+
+/// The name a reply type goes by in messages such as "<Type> completed successfully".
+template <class T>
+std::string typeName() { return detail::TypeName<T>::get(); }
+
+}  // namespace velora

@@ -1,0 +1,38 @@
+#pragma once
+// The host application's identity and information dictionary.
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <velora/core/AnyCodable.hpp>
+
+namespace velora {
+
+class HostInfo {
+ public:
+  virtual ~HostInfo() = default;
+  virtual std::optional<std::string> bundleIdentifier() const = 0;
+  /// The information dictionary (an object; null when the host has none).
+  virtual AnyCodable infoDictionary() const = 0;
+};
+
+/// Values given in code.
+class StaticHostInfo : public HostInfo {
+ public:
+  StaticHostInfo(std::optional<std::string> bundleIdentifier, AnyCodable info = {})
+      : bundleIdentifier_(std::move(bundleIdentifier)), info_(std::move(info)) {}
+  std::optional<std::string> bundleIdentifier() const override { return bundleIdentifier_; }
+  AnyCodable infoDictionary() const override { return info_; }
+
+ private:
+  std::optional<std::string> bundleIdentifier_;
+  AnyCodable info_;
+};
+
+/// Reads {"bundleIdentifier": "...", "info": {...}} from a JSON file. Throws JsonError or
+/// std::system_error when the file cannot be read.
+std::shared_ptr<HostInfo> loadHostInfo(const std::filesystem::path& file);
+
+}  // namespace velora

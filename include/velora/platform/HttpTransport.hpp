@@ -1,0 +1,135 @@
+#pragma once
+// The HTTP session the library talks through: one method starts a request and reports its
+// progress to a delegate. Data requests and streamed bodies share it; redirects are offered to the
+// delegate, so the caller can re-apply its headers or refuse.
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace velora {
+
+/// Header fields in order. Names compare case-insensitively.
+class HttpHeaders {
+ public:
+  HttpHeaders() = default;
+  HttpHeaders(std::initializer_list<std::pair<std::string, std::string>> fields) : fields_(fields) {}
+
+  /// Replaces every field of that name (or appends one).
+  void set(std::string_view name, std::string value);
+  void add(std::string name, std::string value) { fields_.emplace_back(std::move(name), std::move(value)); }
+  void remove(std::string_view name);
+  std::optional<std::string> get(std::string_view name) const;
+  bool contains(std::string_view name) const { return get(name).has_value(); }
+  /// Sets each field of `other` that this one does not have.
+  void mergeMissing(const HttpHeaders& other);
+
+  const std::vector<std::pair<std::string, std::string>>& fields() const { return fields_; }
+  std::size_t size() const { return fields_.size(); }
+  bool empty() const { return fields_.empty(); }
+  friend bool operator==(const HttpHeaders&, const HttpHeaders&) = default;
+
+ private:
+  std::vector<std::pair<std::string, std::string>> fields_;
+};
+
+struct HttpRequest {
+  std::string method = "GET";
+  std::string url;
+  HttpHeaders headers;
+  std::string body;
+  /// Bound on the whole transfer; zero means none (streams).
+  std::chrono::milliseconds timeout{0};
+};
+
+struct HttpResponseHead {
+  int status = 0;
+  HttpHeaders headers;
+  std::string url;  // the URL that answered, after redirects
+};
+
+/// A transfer that failed before a complete response arrived. `code` follows the platform's URL
+/// loading error numbers (-1001 timed out, -1004 cannot connect, -999 cancelled ...).
+struct TransportError {
+  int code = 0;
+  std::string message;
+  friend bool operator==(const TransportError&, const TransportError&) = default;
+};
+
+namespace transport_error {
+inline constexpr int kUnknown = -1;
+inline constexpr int kCancelled = -999;
+inline constexpr int kBadURL = -1000;
+inline constexpr int kTimedOut = -1001;
+inline constexpr int kUnsupportedURL = -1002;
+inline constexpr int kCannotFindHost = -1003;
+inline constexpr int kCannotConnectToHost = -1004;
+inline constexpr int kNetworkConnectionLost = -1005;
+inline constexpr int kHTTPTooManyRedirects = -1007;
+inline constexpr int kBadServerResponse = -1011;
+inline constexpr int kSecureConnectionFailed = -1200;
+}  // namespace transport_error
+
+/// Receives one request's progress on the transport's I/O thread. Implementations return quickly
+/// and move application work to their own queue.
+class HttpDelegate {
+ public:
+  virtual ~HttpDelegate() = default;
+  /// A 3xx answer with a Location. `next` is the follow-up request (same headers, method and body
+  /// adjusted as browsers do); edit it or return false to stop and complete with the 3xx itself.
+  virtual bool willRedirect(HttpRequest& next, const HttpResponseHead& redirect) {
+    (void)next;
+    (void)redirect;
+    return true;
+  }
+  virtual void didReceiveResponse(const HttpResponseHead& head) = 0;
+  virtual void didReceiveData(std::string_view chunk) = 0;
+  /// Called exactly once, last. nullopt: the body is complete.
+  virtual void didComplete(std::optional<TransportError> error) = 0;
+};
+
+/// A started request; cancelling it completes the delegate with kCancelled (if not yet complete).
+class HttpCall {
+ public:
+  virtual ~HttpCall() = default;
+  virtual void cancel() = 0;
+};
+
+class HttpTransport {
+ public:
+  virtual ~HttpTransport() = default;
+  virtual std::shared_ptr<HttpCall> start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) = 0;
+};
+
+/// A complete answer to a data request.
+struct HttpResponse {
+  HttpResponseHead head;
+  std::string body;
+};
+
+/// The outcome of a data request: a complete response, or the transport error that ended it.
+struct DataResult {
+  std::optional<HttpResponse> response;
+  std::optional<TransportError> error;
+};
+
+/// Starts a request whose body is collected in memory. `completion` runs once, on the transport's
+/// I/O thread.
+std::shared_ptr<HttpCall> startDataRequest(HttpTransport& transport, HttpRequest request,
+                                           std::function<void(DataResult)> completion);
+
+struct CurlTransportOptions {
+  /// Requests that may run at once besides the open streams; sizes the connection cache.
+  int maxConcurrentRequests = 64;
+  int maxOpenStreams = 1024;
+};
+
+/// The real adapter: libcurl's multi interface on one I/O thread owned by the transport.
+std::shared_ptr<HttpTransport> makeCurlTransport(CurlTransportOptions options = {});
+
+}  // namespace velora

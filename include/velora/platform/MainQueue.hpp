@@ -1,0 +1,63 @@
+#pragma once
+// The application's main queue: every callback of the library reaches the application here.
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace velora {
+
+class MainQueue {
+ public:
+  virtual ~MainQueue() = default;
+  virtual void post(std::function<void()> work) = 0;
+  virtual void postAfter(std::chrono::milliseconds delay, std::function<void()> work) = 0;
+  /// True when called from the thread that runs this queue's work.
+  virtual bool isCurrent() const = 0;
+};
+
+/// A queue that the host runs on a thread of its own choosing (`run`, `runUntil`).
+class RunLoop : public MainQueue {
+ public:
+  void post(std::function<void()> work) override;
+  void postAfter(std::chrono::milliseconds delay, std::function<void()> work) override;
+  bool isCurrent() const override;
+
+  /// Runs work until `stop()` is called.
+  void run();
+  /// Runs work until `done()` holds (checked after each item) or `stop()`; false on stop.
+  bool runUntil(const std::function<bool()>& done);
+  void stop();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  std::function<void()> next(std::unique_lock<std::mutex>& lock);
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  std::multimap<Clock::time_point, std::function<void()>> work_;  // ordered by due time, then FIFO
+  std::thread::id runner_;
+  bool stopped_ = false;
+};
+
+/// A main queue with a thread of its own, for hosts without a run loop (and for tests).
+class ThreadQueue : public MainQueue {
+ public:
+  ThreadQueue();
+  ~ThreadQueue() override;
+  void post(std::function<void()> work) override { loop_.post(std::move(work)); }
+  void postAfter(std::chrono::milliseconds delay, std::function<void()> work) override {
+    loop_.postAfter(delay, std::move(work));
+  }
+  bool isCurrent() const override { return loop_.isCurrent(); }
+
+ private:
+  RunLoop loop_;
+  std::thread thread_;
+};
+
+}  // namespace velora

@@ -1,0 +1,25 @@
+#include <velora/core/Fatal.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <velora/platform/Platform.hpp>
+
+namespace velora {
+
+void fatal(std::string_view message) {
+  std::fprintf(stderr, "VeloraSDK fatal error: %.*s\n", static_cast<int>(message.size()), message.data());
+  std::fflush(stderr);
+  std::abort();
+}
+
+void debugAssertionFailure([[maybe_unused]] const Platform& platform, std::string_view message) {
+#ifdef NDEBUG
+  platform.print(message);
+#else
+  fatal(message);
+#endif
+}
+
+}  // namespace velora

@@ -1,0 +1,175 @@
+// The facade object itself: set-up, the installation identifier, the environment and the session.
+
+#include <velora/core/Orvane.hpp>
+
+#include <random>
+
+#include <velora/core/Fatal.hpp>
+#include <velora/core/URL.hpp>
+
+namespace velora {
+namespace {
+
+constexpr std::string_view kEnvironmentKey = "environment-model";
+constexpr std::string_view kEnvUuidKey = "envUuid";
+
+std::optional<AnyCodable> sdkConfigOf(const HostInfo& host) {
+  const AnyCodable info = host.infoDictionary();
+  if (const auto* config = info.find("VeloraSDK"); config && config->isObject()) return *config;
+  return std::nullopt;
+}
+
+/// A random (version 4) UUID in upper-case canonical text.
+std::string makeUUID() {
+  std::random_device device;
+  std::mt19937_64 random(device() ^ (static_cast<std::uint64_t>(device()) << 32));
+  std::uint8_t bytes[16];
+  for (auto& b : bytes) b = static_cast<std::uint8_t>(random());
+  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
+  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
+  static constexpr char hex[] = "0123456789ABCDEF";
+  std::string out;
+  for (int i = 0; i < 16; ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) out.push_back('-');
+    out.push_back(hex[bytes[i] >> 4]);
+    out.push_back(hex[bytes[i] & 0xF]);
+  }
+  return out;
+}
+
+}  // namespace
+
+void Orvane::setupSDK(std::optional<EnvironmentModel> environment) { setupSDK(std::move(environment), Platform::getDefault()); }
+
+void Orvane::setupSDK(std::optional<EnvironmentModel> environment, const Platform& platform) {
+  if (!environment) {
+    // Without an environment, the host's information dictionary names the endpoint.
+    if (auto config = sdkConfigOf(*platform.host)) {
+      if (const auto* url = config->find("defaultURL"); url && url->as<std::string>()) {
+        environment = EnvironmentModel(*url->as<std::string>(), 90, std::nullopt, QuuppaConfig{});
+      }
+    }
+  }
+  if (!environment) {
+    debugAssertionFailure(platform, "Orvane-SDK: Wrong or missing environment-model");
+    return;
+  }
+  std::string text;
+  try {
+    text = encodeJSON(*environment);
+  } catch (const JsonError&) {
+    debugAssertionFailure(platform, "Orvane-SDK: Wrong or missing environment-model");
+    return;
+  }
+  platform.defaults->set(kEnvironmentKey, Bytes(text.begin(), text.end()));
+  platform.defaults->synchronize();
+}
+
+Orvane& Orvane::shared() {
+  static std::shared_ptr<Orvane> instance = make(Platform::getDefault());
+  return *instance;
+}
+
+std::shared_ptr<Orvane> Orvane::make(Platform platform) {
+  auto facade = std::shared_ptr<Orvane>(new Orvane(std::move(platform)));
+  // Without an environment the instance still exists (its requests stop the process); only an
+  // explicit setupSession insists on one.
+  if (facade->environment) facade->setupSession();
+  return facade;
+}
+
+Orvane::Orvane(Platform platform) : platform_(std::move(platform)) {
+  if (auto stored = platform_.defaults->string(kEnvUuidKey)) {
+    envUUID = *stored;
+  } else {
+    envUUID = makeUUID();
+    platform_.defaults->set(kEnvUuidKey, envUUID);
+    platform_.defaults->synchronize();
+  }
+  if (auto bytes = platform_.defaults->data(kEnvironmentKey)) {
+    try {
+      environment = decodeJSON<EnvironmentModel>(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+    } catch (const JsonError&) {
+    }
+  }
+  if (!environment) debugAssertionFailure(platform_, "Orvane-SDK: Missing environment-model");
+}
+
+Orvane::~Orvane() = default;
+
+std::shared_ptr<const HttpSession> Orvane::session() const {
+  std::lock_guard lock(stateMutex_);
+  return session_;
+}
+
+const std::string& Orvane::sdkEndpoint() const {
+  if (!environment) fatal("Orvane: sdkEndpoint used without an environment (call Orvane::setupSDK first)");
+  return environment->sdkEndpoint;
+}
+
+std::optional<AnyCodable> Orvane::sdkConfig() const { return sdkConfigOf(*platform_.host); }
+
+std::optional<AnyCodable> Orvane::keycloakConfig() const {
+  auto config = sdkConfig();
+  if (!config) return std::nullopt;
+  if (const auto* keycloak = config->find("KeycloakConfig"); keycloak && keycloak->isObject()) return *keycloak;
+  return std::nullopt;
+}
+
+bool Orvane::languageEnabled() const {
+  auto config = sdkConfig();
+  if (!config) return false;
+  const auto* enabled = config->find("languageEnabled");
+  return enabled && enabled->as<bool>() && *enabled->as<bool>();
+}
+
+std::optional<std::string> Orvane::accessToken() const {
+  std::shared_ptr<detail::SessionRenewer> renewer;
+  {
+    std::lock_guard lock(stateMutex_);
+    renewer = renewer_;
+  }
+  return renewer ? renewer->accessToken() : std::nullopt;
+}
+
+AuthenticationStatus Orvane::authStatus() const {
+  std::shared_ptr<detail::SessionRenewer> renewer;
+  {
+    std::lock_guard lock(stateMutex_);
+    renewer = renewer_;
+  }
+  return renewer && renewer->tokenState().accessTokenValid ? AuthenticationStatus::authenticated
+                                                          : AuthenticationStatus::notAuthenticated;
+}
+
+void Orvane::setSessionRenewer(std::shared_ptr<detail::SessionRenewer> renewer) {
+  std::lock_guard lock(stateMutex_);
+  renewer_ = std::move(renewer);
+}
+
+void Orvane::setupSession(const std::optional<NetworkResponseLogin>&) {
+  if (!environment) fatal("Orvane: setupSession needs an environment (call Orvane::setupSDK first)");
+  HttpHeaders headers{{"Content-Type", "application/json; charset=utf-8"}};
+  if (auto token = accessToken()) headers.add("Authorization", "Bearer " + *token);
+  headers.add("uuid", envUUID);
+  {
+    std::lock_guard lock(stateMutex_);
+    session_ = std::make_shared<const HttpSession>(platform_.transport, std::move(headers));
+  }
+  // Unconditional: every rebuild adds one permit, so serialisation loosens after renewals.
+  resumeAsyncSessionSemaphore.signal();
+}
+
+std::optional<HttpRequest> Orvane::makeRequest(std::string_view pathAndQuery, std::string method,
+                                               std::optional<std::string> body) const {
+  auto url = URL::safeInit(sdkEndpoint() + std::string(pathAndQuery));
+  if (!url) return std::nullopt;
+  HttpRequest request;
+  request.method = std::move(method);
+  request.url = url->absoluteString();
+  request.timeout = std::chrono::seconds(environment->timeout);
+  if (body) request.body = std::move(*body);
+  return request;
+}
+
+}  // namespace velora

@@ -1,0 +1,101 @@
+#include "Fakes.hpp"
+
+namespace velora::testing {
+namespace {
+class NoCall : public HttpCall {
+ public:
+  void cancel() override {}
+};
+}  // namespace
+
+std::shared_ptr<HttpCall> FakeTransport::start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) {
+  {
+    std::lock_guard lock(mutex_);
+    requests_.push_back(request);
+  }
+  const Reply reply = responder(request);
+  if (reply.error) {
+    delegate->didComplete(reply.error);
+  } else {
+    delegate->didReceiveResponse(HttpResponseHead{reply.status, {}, request.url});
+    if (!reply.body.empty()) delegate->didReceiveData(reply.body);
+    delegate->didComplete(std::nullopt);
+  }
+  return std::make_shared<NoCall>();
+}
+
+std::vector<HttpRequest> FakeTransport::requests() const {
+  std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+void ManualQueue::post(std::function<void()> work) { postAfter(std::chrono::milliseconds(0), std::move(work)); }
+
+void ManualQueue::postAfter(std::chrono::milliseconds delay, std::function<void()> work) {
+  std::lock_guard lock(mutex_);
+  work_.emplace(now_ + delay, std::move(work));
+}
+
+int ManualQueue::drain() {
+  int ran = 0;
+  while (true) {
+    std::function<void()> work;
+    {
+      std::lock_guard lock(mutex_);
+      auto first = work_.begin();
+      if (first == work_.end() || first->first > now_) return ran;
+      work = std::move(first->second);
+      work_.erase(first);
+    }
+    draining_ = true;
+    work();
+    draining_ = false;
+    ++ran;
+  }
+}
+
+void ManualQueue::advance(std::chrono::milliseconds by) {
+  {
+    std::lock_guard lock(mutex_);
+    now_ += by;
+  }
+  drain();
+}
+
+detail::RenewalResult FakeRenewer::renew(int& counter) {
+  ++counter;
+  if (outcome.gotToken) {
+    token = renewedToken;
+    state.accessTokenValid = true;
+  }
+  return outcome;
+}
+
+void FakeRenewer::refresh(std::function<void(detail::RenewalResult)> completion) { completion(renew(refreshes)); }
+void FakeRenewer::captiveReauth(std::function<void(detail::RenewalResult)> completion) { completion(renew(captives)); }
+
+Task<void> FakeRenewer::refreshAsync() {
+  auto result = renew(refreshes);
+  if (result.error) std::rethrow_exception(result.error);
+  co_return;
+}
+
+Task<void> FakeRenewer::captiveReauthAsync() {
+  auto result = renew(captives);
+  if (result.error) std::rethrow_exception(result.error);
+  co_return;
+}
+
+Platform FakePlatform::platform() {
+  Platform p;
+  p.transport = transport;
+  p.mainQueue = queue;
+  p.defaults = defaults;
+  p.host = std::make_shared<StaticHostInfo>(bundleIdentifier, info);
+  p.clock = clock;
+  p.documentsDirectory = std::filesystem::temp_directory_path();
+  p.console = [this](std::string_view line) { consoleLines.emplace_back(line); };
+  return p;
+}
+
+}  // namespace velora::testing

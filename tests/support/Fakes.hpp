@@ -1,0 +1,95 @@
+#pragma once
+// Fakes for unit tests: a scripted transport, a main queue drained by the test, a settable clock
+// and a scripted session renewer. Nothing here sleeps.
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <velora/core/Orvane.hpp>
+#include <velora/platform/Platform.hpp>
+
+namespace velora::testing {
+
+/// Answers each request with the reply of `responder` (by default 404), synchronously on the
+/// calling thread, and records every request as it left.
+class FakeTransport : public HttpTransport {
+ public:
+  struct Reply {
+    int status = 200;
+    std::string body;
+    std::optional<TransportError> error;
+  };
+  std::function<Reply(const HttpRequest&)> responder = [](const HttpRequest&) { return Reply{404, ""}; };
+
+  std::shared_ptr<HttpCall> start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) override;
+  std::vector<HttpRequest> requests() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<HttpRequest> requests_;
+};
+
+/// Work posted here runs only when the test drains it, on the test's thread.
+class ManualQueue : public MainQueue {
+ public:
+  void post(std::function<void()> work) override;
+  void postAfter(std::chrono::milliseconds delay, std::function<void()> work) override;
+  bool isCurrent() const override { return draining_; }
+  /// Runs everything due (including work posted meanwhile); returns how many items ran.
+  int drain();
+  void advance(std::chrono::milliseconds by);
+
+ private:
+  std::mutex mutex_;
+  std::multimap<std::chrono::milliseconds, std::function<void()>> work_;
+  std::chrono::milliseconds now_{0};
+  bool draining_ = false;
+};
+
+class ManualClock : public Clock {
+ public:
+  Date now() const override { return now_; }
+  Date now_ = dateFromReferenceSeconds(700000000);
+};
+
+/// A renewer whose state and outcomes the test sets.
+class FakeRenewer : public detail::SessionRenewer {
+ public:
+  detail::TokenState state;
+  std::optional<std::string> token;
+  /// What the next renewal ends with; a token outcome also makes the access token valid.
+  detail::RenewalResult outcome{true, nullptr};
+  std::string renewedToken = "renewed-token";
+  int refreshes = 0;
+  int captives = 0;
+
+  detail::TokenState tokenState() const override { return state; }
+  std::optional<std::string> accessToken() const override { return token; }
+  void refresh(std::function<void(detail::RenewalResult)> completion) override;
+  void captiveReauth(std::function<void(detail::RenewalResult)> completion) override;
+  Task<void> refreshAsync() override;
+  Task<void> captiveReauthAsync() override;
+
+ private:
+  detail::RenewalResult renew(int& counter);
+};
+
+/// A platform of fakes with an in-memory defaults store and a host "test.app".
+struct FakePlatform {
+  std::shared_ptr<FakeTransport> transport = std::make_shared<FakeTransport>();
+  std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+  std::shared_ptr<MemoryStore> defaults = std::make_shared<MemoryStore>();
+  std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+  std::vector<std::string> consoleLines;
+  std::optional<std::string> bundleIdentifier = "test.app";
+  AnyCodable info;
+
+  Platform platform();
+};
+
+}  // namespace velora::testing
