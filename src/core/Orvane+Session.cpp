@@ -63,10 +63,15 @@ void Orvane::resumeSessionWith(HttpRequest request, detail::ReplyDecoder decode,
   }
   const auto codes = action == detail::TokenAction::refresh ? detail::kRefreshCodes : detail::kCaptiveCodes;
   std::weak_ptr<Orvane> weak = weak_from_this();
-  auto completion = [weak, codes, request = std::move(request), decode, callback](detail::RenewalResult result) mutable {
+  auto queue = platform_.mainQueue;
+  auto completion = [weak, queue, codes, request = std::move(request), decode, callback](detail::RenewalResult result) mutable {
     if (auto self = weak.lock()) {
-      self->finishRenewal(std::move(result), codes, std::move(request), decode, std::move(callback));
+      return self->finishRenewal(std::move(result), codes, std::move(request), decode, std::move(callback));
     }
+    // The caller is still owed its one answer.
+    queue->post([callback, m = APIError::requestFailed("The facade was released before the request was sent").responseMessage] {
+      if (callback) callback(m);
+    });
   };
   if (action == detail::TokenAction::refresh) {
     renewer->refresh(std::move(completion));
@@ -146,8 +151,12 @@ Task<HttpResponse> Orvane::sendAwaited(HttpRequest request) {
     result.error = TransportError{transport_error::kUnknown, describe(std::current_exception())};
   }
   if (result.error || !result.response) {
-    platform_.print("resumeAsyncSession(with:payload:) - " + (result.error ? result.error->message : "no response"));
-    throw APIError::responseUnsuccessful(result.error ? "Unknown error occurred" : "Invalid session response");
+    const std::string cause = result.error ? result.error->message : "no response";
+    platform_.print("resumeAsyncSession(with:payload:) - " + cause);
+    // Code and message stay as documented; the cause travels in the trace for diagnostics.
+    auto error = APIError::responseUnsuccessful(result.error ? "Unknown error occurred" : "Invalid session response");
+    error.responseMessage.trace = cause;
+    throw error;
   }
   co_return std::move(*result.response);
 }

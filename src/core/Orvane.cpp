@@ -78,7 +78,7 @@ std::shared_ptr<Orvane> Orvane::make(Platform platform) {
   return facade;
 }
 
-Orvane::Orvane(Platform platform) : platform_(std::move(platform)) {
+Orvane::Orvane(Platform platform) : platform_(std::move(platform)), keychain_(platform_.secureStore, platform_.console) {
   if (auto stored = platform_.defaults->string(kEnvUuidKey)) {
     envUUID = *stored;
   } else {
@@ -86,16 +86,21 @@ Orvane::Orvane(Platform platform) : platform_(std::move(platform)) {
     platform_.defaults->set(kEnvUuidKey, envUUID);
     platform_.defaults->synchronize();
   }
-  if (auto bytes = platform_.defaults->data(kEnvironmentKey)) {
-    try {
-      environment = decodeJSON<EnvironmentModel>(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
-    } catch (const JsonError&) {
-    }
-  }
+  environment = storedEnvironment(platform_);
   if (!environment) debugAssertionFailure(platform_, "Orvane-SDK: Missing environment-model");
 }
 
 Orvane::~Orvane() = default;
+
+std::optional<EnvironmentModel> Orvane::storedEnvironment(const Platform& platform) {
+  auto bytes = platform.defaults->data(kEnvironmentKey);
+  if (!bytes) return std::nullopt;
+  try {
+    return decodeJSON<EnvironmentModel>(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+  } catch (const JsonError&) {
+    return std::nullopt;
+  }
+}
 
 std::shared_ptr<const HttpSession> Orvane::session() const {
   std::lock_guard lock(stateMutex_);
@@ -133,13 +138,11 @@ std::optional<std::string> Orvane::accessToken() const {
 }
 
 AuthenticationStatus Orvane::authStatus() const {
-  std::shared_ptr<detail::SessionRenewer> renewer;
-  {
-    std::lock_guard lock(stateMutex_);
-    renewer = renewer_;
-  }
-  return renewer && renewer->tokenState().accessTokenValid ? AuthenticationStatus::authenticated
-                                                          : AuthenticationStatus::notAuthenticated;
+  auto manager = keycloakManager();
+  if (!manager) return AuthenticationStatus::unknown;
+  auto token = manager->currentTokenPayload();
+  return token && token->accessTokenValid(platform_.clock->now()) ? AuthenticationStatus::authenticated
+                                                                    : AuthenticationStatus::notAuthenticated;
 }
 
 void Orvane::setSessionRenewer(std::shared_ptr<detail::SessionRenewer> renewer) {

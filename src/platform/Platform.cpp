@@ -35,8 +35,12 @@ Platform Platform::linuxDefaults(const std::string& bundleIdentifier, AnyCodable
   p.transport = makeCurlTransport();
   p.mainQueue = std::make_shared<ThreadQueue>();
   p.defaults = std::make_shared<JsonFileStore>(xdgConfigHome() / bundleIdentifier / "defaults.json");
+  p.secureStore = makeSystemSecureStore(bundleIdentifier, xdgDataHome() / bundleIdentifier / "keychain");
   p.host = std::make_shared<StaticHostInfo>(bundleIdentifier, std::move(infoDictionary));
   p.clock = std::make_shared<SystemClock>();
+  auto prompt = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
+  p.browser = makeLoopbackBrowserAuthSession(prompt);
+  p.customAuthentication = makeUnavailableCustomAuthenticationHandler();
   p.documentsDirectory = xdgDataHome() / bundleIdentifier;
   p.console = [](std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stdout);

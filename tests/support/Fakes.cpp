@@ -86,6 +86,38 @@ Task<void> FakeRenewer::captiveReauthAsync() {
   co_return;
 }
 
+int MemorySecureStore::add(const std::optional<std::string>& service, const std::string& account, const Bytes& data) {
+  std::lock_guard lock(mutex_);
+  return items_.try_emplace({service, account}, data).second ? secure_status::kSuccess : secure_status::kDuplicateItem;
+}
+
+int MemorySecureStore::update(const std::optional<std::string>& service, const std::string& account, const Bytes& data) {
+  std::lock_guard lock(mutex_);
+  auto it = items_.find({service, account});
+  if (it == items_.end()) return secure_status::kItemNotFound;
+  it->second = data;
+  return secure_status::kSuccess;
+}
+
+int MemorySecureStore::copyMatching(const std::optional<std::string>& service, const std::string& account, Bytes* data) {
+  std::lock_guard lock(mutex_);
+  auto it = items_.find({service, account});
+  if (it == items_.end()) return secure_status::kItemNotFound;
+  *data = it->second;
+  return secure_status::kSuccess;
+}
+
+int MemorySecureStore::remove(const std::optional<std::string>& service, const std::string& account) {
+  std::lock_guard lock(mutex_);
+  return items_.erase({service, account}) ? secure_status::kSuccess : secure_status::kItemNotFound;
+}
+
+void FakeBrowser::start(const std::string& url, const std::string&, Completion completion) {
+  opened.push_back(url);
+  if (auto callback = answer(url)) return completion(callback, std::nullopt);
+  completion(std::nullopt, PlatformError("browser closed", -1));
+}
+
 Platform FakePlatform::platform() {
   Platform p;
   p.transport = transport;
@@ -93,6 +125,9 @@ Platform FakePlatform::platform() {
   p.defaults = defaults;
   p.host = std::make_shared<StaticHostInfo>(bundleIdentifier, info);
   p.clock = clock;
+  p.secureStore = secureStore;
+  p.browser = browser;
+  p.customAuthentication = makeUnavailableCustomAuthenticationHandler();
   p.documentsDirectory = std::filesystem::temp_directory_path();
   p.console = [this](std::string_view line) { consoleLines.emplace_back(line); };
   return p;

@@ -3,6 +3,7 @@
 // and a scripted session renewer. Nothing here sleeps.
 
 #include <deque>
+#include <map>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -79,12 +80,35 @@ class FakeRenewer : public detail::SessionRenewer {
   detail::RenewalResult renew(int& counter);
 };
 
+/// Keychain items in memory.
+class MemorySecureStore : public SecureStore {
+ public:
+  int add(const std::optional<std::string>& service, const std::string& account, const Bytes& data) override;
+  int update(const std::optional<std::string>& service, const std::string& account, const Bytes& data) override;
+  int copyMatching(const std::optional<std::string>& service, const std::string& account, Bytes* data) override;
+  int remove(const std::optional<std::string>& service, const std::string& account) override;
+
+ private:
+  std::mutex mutex_;
+  std::map<std::pair<std::optional<std::string>, std::string>, Bytes> items_;
+};
+
+/// A browser that answers every session with the callback URL `answer` returns (or an error).
+class FakeBrowser : public BrowserAuthSession {
+ public:
+  std::function<std::optional<std::string>(const std::string& url)> answer = [](const std::string&) { return std::nullopt; };
+  std::vector<std::string> opened;
+  void start(const std::string& url, const std::string& scheme, Completion completion) override;
+};
+
 /// A platform of fakes with an in-memory defaults store and a host "test.app".
 struct FakePlatform {
   std::shared_ptr<FakeTransport> transport = std::make_shared<FakeTransport>();
   std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
   std::shared_ptr<MemoryStore> defaults = std::make_shared<MemoryStore>();
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+  std::shared_ptr<MemorySecureStore> secureStore = std::make_shared<MemorySecureStore>();
+  std::shared_ptr<FakeBrowser> browser = std::make_shared<FakeBrowser>();
   std::vector<std::string> consoleLines;
   std::optional<std::string> bundleIdentifier = "test.app";
   AnyCodable info;

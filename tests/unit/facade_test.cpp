@@ -85,7 +85,7 @@ TEST(Facade, SetupWithoutEnvironmentFallsBackToTheInformationDictionary) {
   EXPECT_FALSE(bare.defaults->object("environment-model"));
   EXPECT_EQ(bare.consoleLines, (std::vector<std::string>{"Orvane-SDK: Wrong or missing environment-model",
                                                          "Orvane-SDK: Missing environment-model"}));
-  EXPECT_EQ(unconfigured->authStatus(), AuthenticationStatus::notAuthenticated);
+  EXPECT_EQ(unconfigured->authStatus(), AuthenticationStatus::unknown);
 }
 
 TEST(Facade, SessionCarriesExactlyTheSessionHeadersAndAddsAPermitEachTime) {

@@ -11,8 +11,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <semaphore>
 #include <string_view>
 
+#include <velora/auth/KeychainHelper.hpp>
+#include <velora/auth/KeycloakManager.hpp>
 #include <velora/core/APIError.hpp>
 #include <velora/core/DeviceConfiguration.hpp>
 #include <velora/core/EnvironmentModel.hpp>
@@ -50,6 +53,9 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   static void setupSDK(std::optional<EnvironmentModel> environment);
   static void setupSDK(std::optional<EnvironmentModel> environment, const Platform& platform);
 
+  /// The environment setupSDK stored on this platform, if any (what a new instance will use).
+  static std::optional<EnvironmentModel> storedEnvironment(const Platform& platform);
+
   /// The shared instance, created on first use with Platform::getDefault().
   static Orvane& shared();
 
@@ -72,6 +78,8 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// The authenticated session as last rebuilt by setupSession.
   std::shared_ptr<const HttpSession> session() const;
   const Platform& platform() const { return platform_; }
+  /// The keychain items of this facade's platform.
+  KeychainHelper& keychain() { return keychain_; }
 
   /// `environment.sdkEndpoint`; stops the process without an environment.
   const std::string& sdkEndpoint() const;
@@ -81,6 +89,7 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   std::optional<AnyCodable> keycloakConfig() const;
   /// sdkConfig()["languageEnabled"]; false when absent.
   bool languageEnabled() const;
+  /// unknown before any Keycloak set-up; authenticated while the access token is valid.
   AuthenticationStatus authStatus() const;
   /// The access token of the current session, if any.
   std::optional<std::string> accessToken() const;
@@ -122,6 +131,43 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// expired or missing token is refused (callback form) or the request goes out as it is.
   void setSessionRenewer(std::shared_ptr<detail::SessionRenewer> renewer);
 
+  // ---- login (Orvane+Keycloak) ----------------------------------------------------------------
+  using TokenCompletion = KeycloakManager::TokenCompletion;
+
+  /// Creates this facade's Keycloak manager (replacing an earlier one) and lets the pipeline
+  /// renew sessions through it.
+  void setupKeycloak(KeyCloakParameters with);
+  std::shared_ptr<KeycloakManager> keycloakManager() const;
+
+  /// Orders awaited renewals one at a time.
+  AsyncSemaphore resumeAsyncCaptiveReauthSemaphore{1};
+  /// Held for the duration of one callback-form renewal (released from the completing thread).
+  std::binary_semaphore captiveReauthLock{1};
+
+  /// Discovery and the parameter set of the configured mode, without logging in.
+  Task<bool> networkSetup();
+  /// Interactive (USER) login in the browser session.
+  Task<KeyCloakAuthResponse> keycloakLogin();
+  /// GUEST login with the application's client credentials.
+  Task<KeyCloakAuthResponse> keycloakGuestLogin();
+  void keycloakGuestLogin(TokenCompletion completion);
+  /// BACKGROUND login: stores the given credentials first, else uses the stored ones.
+  Task<KeyCloakAuthResponse> backgroundLogin(std::optional<std::string> username, std::optional<std::string> password,
+                                             std::int64_t expiration);
+  void backgroundLogin(std::optional<std::string> username, std::optional<std::string> password, std::int64_t expiration,
+                       TokenCompletion completion);
+  /// Ends the identity server's session and clears the current token.
+  Task<void> logout(std::optional<KeyCloakParameters> parameters = std::nullopt);
+  void logout(std::optional<KeyCloakParameters> parameters, std::function<void(std::optional<PlatformError>)> completion);
+  /// Renews the session in the configured mode; what the pipeline calls for an expired session.
+  Task<KeyCloakAuthResponse> captiveReauth();
+  void captiveReauth(TokenCompletion completion);
+
+  // ---- QR-code login (Orvane+Authentication) --------------------------------------------------
+  /// Fetches background-login credentials for a scanned code and stores them.
+  void getLoginParameters(std::string from, std::function<void(std::optional<ResponseMessage>)> completion);
+  Task<BackgroundLoginParameters> getLoginParameters(std::string from);
+
   // ---- utilities (Orvane+Utils) ---------------------------------------------------------------
   /// GET "/api/v1/public/diagnostic/check".
   void checkConnection(ResponseCallback callback);
@@ -159,6 +205,11 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   mutable std::mutex stateMutex_;
   std::shared_ptr<const HttpSession> session_;
   std::shared_ptr<detail::SessionRenewer> renewer_;
+  std::shared_ptr<KeycloakManager> keycloak_;
+  KeychainHelper keychain_;
+
+  void runLogin(std::optional<KeycloakLoginMode> mode, bool requireClient,
+                std::function<void(KeycloakManager&, TokenCompletion)> login, TokenCompletion completion);
 };
 
 }  // namespace velora

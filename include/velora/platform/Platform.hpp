@@ -8,11 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include <velora/platform/BrowserAuthSession.hpp>
 #include <velora/platform/Clock.hpp>
 #include <velora/platform/HostInfo.hpp>
 #include <velora/platform/HttpTransport.hpp>
 #include <velora/platform/KeyValueStore.hpp>
 #include <velora/platform/MainQueue.hpp>
+#include <velora/platform/SecureStore.hpp>
 
 namespace velora {
 
@@ -23,15 +25,22 @@ struct Platform {
   std::shared_ptr<HttpTransport> transport;
   std::shared_ptr<MainQueue> mainQueue;
   std::shared_ptr<KeyValueStore> defaults;
+  /// Keychain items (tokens, background-login credentials).
+  std::shared_ptr<SecureStore> secureStore;
   std::shared_ptr<HostInfo> host;
   std::shared_ptr<Clock> clock;
+  /// The browser session of interactive login and logout.
+  std::shared_ptr<BrowserAuthSession> browser;
+  /// The web-view login screen of the CUSTOM authentication method.
+  std::shared_ptr<CustomAuthenticationHandler> customAuthentication;
   /// The application's documents folder ("console.log" lives here).
   std::filesystem::path documentsDirectory;
   ConsoleSink console;
 
   /// Real adapters for an application named `bundleIdentifier`: curl transport, a ThreadQueue as
   /// main queue, defaults in $XDG_CONFIG_HOME/<bundleIdentifier>/defaults.json, documents in
-  /// $XDG_DATA_HOME/<bundleIdentifier>/, the system clock, console lines on standard output.
+  /// $XDG_DATA_HOME/<bundleIdentifier>/, secrets in the Secret Service or else in
+  /// $XDG_DATA_HOME/<bundleIdentifier>/keychain/, the system clock, console lines on standard output.
   static Platform linuxDefaults(const std::string& bundleIdentifier, AnyCodable infoDictionary = {});
 
   /// The platform used by `Orvane::setupSDK`, `Orvane::shared` and the log manager. Set it before

@@ -49,7 +49,10 @@ class Sandbox {
   /// Requests received so far whose path equals `path`, oldest first.
   std::vector<RecordedRequest> requests(const std::string& path) const;
   std::size_t requestCount(const std::string& path) const;
+  /// Also restarts peakConcurrency.
   void clearRecordedRequests();
+  /// The most requests handled at the same time since start or the last clear.
+  std::size_t peakConcurrency() const;
 
  private:
   struct Impl;

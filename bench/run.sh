@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Runs every benchmark of a build folder: ./bench/run.sh BUILD_DIR
+set -euo pipefail
+build=${1:?usage: bench/run.sh BUILD_DIR}
+root=$(cd "$(dirname "$0")/.." && pwd)
+inputs="$build/sse-inputs"
+if [ -x "$build/bin/pipeline_bench" ]; then
+  "$build/bin/pipeline_bench" --benchmark_min_time=2
+fi
+if [ -x "$build/bin/sse_parser_bench" ]; then
+  if [ ! -f "$inputs/manifest.json" ]; then
+    python3 "$root/bench/sse/gen_inputs.py" --out "$inputs"
+  fi
+  VELORA_SSE_INPUTS="$inputs" "$build/bin/sse_parser_bench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+fi

@@ -1,0 +1,102 @@
+// velora-sandbox: runs the sandbox platform on loopback until SIGTERM or SIGINT.
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <charconv>
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <string_view>
+
+#include "velora_sandbox/Sandbox.hpp"
+
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: velora-sandbox [--port N] [--host ADDRESS] [--no-test-routes]\n"
+    "\n"
+    "Serves the Velora sandbox platform until SIGTERM or SIGINT.\n"
+    "  --port N          port to listen on; 0 picks a free one (default 0)\n"
+    "  --host ADDRESS    address to bind (default 127.0.0.1)\n"
+    "  --no-test-routes  leave out the /test/... routes\n"
+    "  --help            show this help\n";
+
+int usageError(const std::string& message) {
+  std::cerr << "velora-sandbox: " << message << "\n"
+            << "Try 'velora-sandbox --help'.\n";
+  return 2;
+}
+
+bool parsePort(std::string_view text, int& port) {
+  int value = 0;
+  const auto* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
+  if (text.empty() || ec != std::errc() || ptr != end || value < 0 || value > 65535) {
+    return false;
+  }
+  port = value;
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  velora::sandbox::SandboxOptions options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      std::cout << kUsage;
+      return 0;
+    }
+    if (arg == "--no-test-routes") {
+      options.testRoutes = false;
+    } else if (arg == "--port" || arg == "--host") {
+      if (i + 1 >= argc) {
+        return usageError(std::string(arg) + " needs a value");
+      }
+      const std::string_view value = argv[++i];
+      if (arg == "--host") {
+        if (value.empty()) {
+          return usageError("--host needs a non-empty address");
+        }
+        options.host = value;
+      } else if (!parsePort(value, options.port)) {
+        return usageError("--port needs a number from 0 to 65535, not '" + std::string(value) +
+                          "'");
+      }
+    } else {
+      return usageError("unknown argument '" + std::string(arg) + "'");
+    }
+  }
+
+  // Blocked before any thread starts so that every server thread inherits the mask and the
+  // signals wait for sigwait below instead of interrupting a worker. A shell starting the
+  // program in the background sets SIGINT to ignored, which would discard it before sigwait
+  // sees it; the program is meant to stop on either signal, so the defaults come back first.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  for (const int sig : {SIGTERM, SIGINT}) {
+    std::signal(sig, SIG_DFL);
+    sigaddset(&stopSignals, sig);
+  }
+  if (const int err = pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr); err != 0) {
+    std::cerr << "velora-sandbox: cannot block signals: " << std::strerror(err) << "\n";
+    return 1;
+  }
+
+  try {
+    velora::sandbox::Sandbox sandbox(options);
+    std::cout << "velora-sandbox listening on " << sandbox.baseUrl() << std::endl;
+    int received = 0;
+    while (sigwait(&stopSignals, &received) != 0) {
+    }
+    sandbox.stop();
+  } catch (const std::exception& e) {
+    std::cerr << e.what() << "\n";
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,257 @@
+// The server wrapper: binds, serves on a background thread, records requests and stops.
+//
+// The httplib build this links against comes with defaults meant for a toy server: five
+// requests per keep-alive connection, a listen backlog of five and a pool of about eight
+// threads, where every idle keep-alive connection holds a thread. The sandbox sizes all of
+// these for tests that open many concurrent connections.
+
+#include "velora_sandbox/Sandbox.hpp"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "SandboxInternal.hpp"
+
+namespace velora::sandbox {
+namespace {
+
+constexpr int kListenBacklog = 1024;
+constexpr auto kStartupTimeout = std::chrono::seconds(5);
+// The program may serve a benchmark for hours; older entries go first.
+constexpr std::size_t kMaxRecordedRequests = 65536;
+
+// The methods httplib routes to handlers; it parses a few others (TRACE, CONNECT) but would
+// answer those 400 without asking a handler.
+bool httplibRoutes(const std::string& method) {
+  return method == "GET" || method == "HEAD" || method == "POST" || method == "PUT" ||
+         method == "PATCH" || method == "DELETE" || method == "OPTIONS";
+}
+
+std::string hostForUrl(const std::string& host) {
+  if (host.empty() || host == "0.0.0.0") {
+    return "127.0.0.1";
+  }
+  if (host == "::") {
+    return "[::1]";
+  }
+  return host.find(':') != std::string::npos ? "[" + host + "]" : host;
+}
+
+void validate(const SandboxOptions& options) {
+  if (options.port < 0 || options.port > 65535) {
+    throw std::invalid_argument("velora-sandbox: port must be from 0 to 65535");
+  }
+  if (options.threads < 1 || options.keepAliveMaxCount < 1 || options.keepAliveTimeoutSeconds < 0) {
+    throw std::invalid_argument(
+        "velora-sandbox: threads and keepAliveMaxCount must be positive, "
+        "keepAliveTimeoutSeconds not negative");
+  }
+}
+
+}  // namespace
+
+struct Sandbox::Impl {
+  SandboxOptions options;
+  httplib::Server server;
+  detail::Router router;
+  std::atomic<bool> stopping{false};
+  std::atomic<bool> listenerDone{false};
+  std::thread listener;
+  std::mutex stopMutex;
+  int port = 0;
+  int listenSocket = -1;
+
+  mutable std::mutex recordedMutex;
+  std::deque<RecordedRequest> recorded;
+  // Requests being handled right now, and the most seen at once since the last clear.
+  std::atomic<std::size_t> inFlight{0};
+  std::atomic<std::size_t> peakInFlight{0};
+
+  explicit Impl(SandboxOptions opts) : options(std::move(opts)) {}
+
+  void configure();
+  void bindAndListen();
+  void record(const httplib::Request& req);
+  void handle(const httplib::Request& req, httplib::Response& res);
+  void stop();
+};
+
+void Sandbox::Impl::configure() {
+  detail::addPlatformRoutes(router);
+  if (options.testRoutes) {
+    detail::addTestRoutes(router, stopping);
+  }
+
+  const auto threads = static_cast<std::size_t>(options.threads);
+  server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+  server.set_tcp_nodelay(true);
+  server.set_keep_alive_max_count(static_cast<std::size_t>(options.keepAliveMaxCount));
+  server.set_keep_alive_timeout(options.keepAliveTimeoutSeconds);
+  // Replaces httplib's default, which sets SO_REUSEPORT: with it a second sandbox could bind
+  // the same fixed port and silently share its connections. Called for every socket httplib
+  // tries while binding; the last one is the socket it keeps.
+  server.set_socket_options([this](int sock) {
+    int yes = 1;
+    ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    listenSocket = sock;
+  });
+
+  // One catch-all per method so that the body has been read before recording, and the
+  // sandbox's own router decides what matches.
+  const httplib::Server::Handler catchAll = [this](const httplib::Request& req,
+                                                   httplib::Response& res) { handle(req, res); };
+  server.Get(".*", catchAll);
+  server.Post(".*", catchAll);
+  server.Put(".*", catchAll);
+  server.Patch(".*", catchAll);
+  server.Delete(".*", catchAll);
+  server.Options(".*", catchAll);
+  // Other methods never reach those tables; httplib has not read their body at this point,
+  // which is acceptable for methods (TRACE) that do not carry one.
+  server.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+    if (httplibRoutes(req.method)) {
+      return httplib::Server::HandlerResponse::Unhandled;
+    }
+    handle(req, res);
+    return httplib::Server::HandlerResponse::Handled;
+  });
+}
+
+void Sandbox::Impl::bindAndListen() {
+  const bool bound = options.port == 0 ? (port = server.bind_to_any_port(options.host)) > 0
+                                       : server.bind_to_port(options.host, options.port);
+  if (!bound || listenSocket < 0) {
+    throw std::runtime_error("velora-sandbox: cannot bind " + options.host + ":" +
+                             std::to_string(options.port));
+  }
+  if (options.port != 0) {
+    port = options.port;
+  }
+  // httplib has already listened with its compiled-in backlog; listening again on a listening
+  // socket only changes the backlog.
+  if (::listen(listenSocket, kListenBacklog) != 0) {
+    ::close(listenSocket);
+    throw std::runtime_error("velora-sandbox: cannot listen on " + options.host + ":" +
+                             std::to_string(port));
+  }
+
+  listener = std::thread([this] {
+    server.listen_after_bind();
+    listenerDone = true;
+  });
+  const auto deadline = std::chrono::steady_clock::now() + kStartupTimeout;
+  while (!server.is_running()) {
+    if (listenerDone || std::chrono::steady_clock::now() > deadline) {
+      stop();
+      throw std::runtime_error("velora-sandbox: server on port " + std::to_string(port) +
+                               " did not start");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+void Sandbox::Impl::record(const httplib::Request& req) {
+  RecordedRequest entry{req.method, req.path, detail::rawQuery(req), {}, req.body};
+  for (const auto& [name, value] : req.headers) {
+    if (!detail::isConnectionPseudoHeader(name)) {
+      entry.headers.emplace(detail::lowerCase(name), value);
+    }
+  }
+  const std::lock_guard lock(recordedMutex);
+  if (recorded.size() == kMaxRecordedRequests) {
+    recorded.pop_front();
+  }
+  recorded.push_back(std::move(entry));
+}
+
+void Sandbox::Impl::handle(const httplib::Request& req, httplib::Response& res) {
+  // Recorded before answering, so a test that has its response also sees the request here.
+  record(req);
+  const std::size_t now = ++inFlight;
+  for (std::size_t seen = peakInFlight; now > seen && !peakInFlight.compare_exchange_weak(seen, now);) {
+  }
+  struct Leave {
+    std::atomic<std::size_t>& count;
+    ~Leave() { --count; }
+  } leave{inFlight};
+  try {
+    router.dispatch(req, res);
+  } catch (const std::exception& e) {
+    detail::sendMessage(res, 500, std::string("Velora sandbox failed: ") + e.what());
+  }
+}
+
+void Sandbox::Impl::stop() {
+  const std::lock_guard lock(stopMutex);
+  stopping = true;
+  if (!listener.joinable()) {
+    return;
+  }
+  // httplib ignores stop() until its accept loop has started; keep asking until it has ended.
+  while (!listenerDone) {
+    server.stop();
+    if (!listenerDone) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  listener.join();
+}
+
+Sandbox::Sandbox(SandboxOptions options) {
+  validate(options);
+  impl_ = std::make_unique<Impl>(std::move(options));
+  impl_->configure();
+  impl_->bindAndListen();
+}
+
+Sandbox::~Sandbox() { stop(); }
+
+int Sandbox::port() const { return impl_->port; }
+
+std::string Sandbox::baseUrl() const {
+  return "http://" + hostForUrl(impl_->options.host) + ":" + std::to_string(impl_->port);
+}
+
+void Sandbox::stop() {
+  if (impl_) {
+    impl_->stop();
+  }
+}
+
+std::vector<RecordedRequest> Sandbox::requests(const std::string& path) const {
+  const std::lock_guard lock(impl_->recordedMutex);
+  std::vector<RecordedRequest> matching;
+  for (const auto& entry : impl_->recorded) {
+    if (entry.path == path) {
+      matching.push_back(entry);
+    }
+  }
+  return matching;
+}
+
+std::size_t Sandbox::requestCount(const std::string& path) const {
+  const std::lock_guard lock(impl_->recordedMutex);
+  return static_cast<std::size_t>(
+      std::count_if(impl_->recorded.begin(), impl_->recorded.end(),
+                    [&path](const RecordedRequest& entry) { return entry.path == path; }));
+}
+
+void Sandbox::clearRecordedRequests() {
+  const std::lock_guard lock(impl_->recordedMutex);
+  impl_->recorded.clear();
+  impl_->peakInFlight = impl_->inFlight.load();
+}
+
+std::size_t Sandbox::peakConcurrency() const { return impl_->peakInFlight; }
+
+}  // namespace velora::sandbox

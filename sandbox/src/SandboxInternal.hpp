@@ -1,0 +1,68 @@
+#pragma once
+// Pieces shared by the sandbox's server wrapper and its route sets. Not installed.
+
+#include <httplib.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velora::sandbox::detail {
+
+/// A handler gets the captures of its path pattern; [1] is the first group.
+using RouteHandler =
+    std::function<void(const httplib::Request&, httplib::Response&, const std::smatch&)>;
+
+/// The sandbox routes every request itself rather than through httplib's per-method tables:
+/// that way one route can answer any method and unknown paths get the platform's 404 body.
+class Router {
+ public:
+  /// `method` empty: any method. GET routes also answer HEAD.
+  void add(std::string method, const std::string& pathPattern, RouteHandler handler);
+  void dispatch(const httplib::Request& req, httplib::Response& res) const;
+
+ private:
+  struct Route {
+    std::string method;
+    std::regex pattern;
+    RouteHandler handler;
+  };
+  std::vector<Route> routes_;
+};
+
+/// Serialises as UTF-8; bytes that are not valid UTF-8 (an echoed binary body) become U+FFFD
+/// instead of throwing from a worker thread.
+void sendJson(httplib::Response& res, int status, const nlohmann::json& body);
+/// The platform's error and status shape: {"code": status, "message": message}.
+void sendMessage(httplib::Response& res, int status, const std::string& message);
+
+/// httplib adds the connection's addresses to every request as pseudo-headers
+/// (REMOTE_ADDR, ...); the client never sent them.
+bool isConnectionPseudoHeader(const std::string& name);
+std::string lowerCase(std::string text);
+
+/// The raw query string (without '?'); httplib keeps only the decoded parameters.
+std::string rawQuery(const httplib::Request& req);
+/// Parses the whole of `text` as a decimal integer in [min, max].
+bool parseInt(std::string_view text, long long min, long long max, long long& out);
+std::uint64_t fnv1a64(std::string_view data);
+
+struct DemoImage {
+  std::string_view name;
+  std::string_view contentType;
+  std::string_view bytes;
+};
+/// nullptr when there is no demo image of that name.
+const DemoImage* findDemoImage(std::string_view name);
+
+void addPlatformRoutes(Router& router);
+/// `stopping` lets delayed answers give up early so that stopping the server is not held up.
+void addTestRoutes(Router& router, const std::atomic<bool>& stopping);
+
+}  // namespace velora::sandbox::detail

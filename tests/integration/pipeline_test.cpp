@@ -1,0 +1,252 @@
+// The request pipeline over real HTTP: the curl transport against the sandbox on loopback.
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <future>
+
+#include <velora/core/Orvane.hpp>
+#include <velora_sandbox/Sandbox.hpp>
+
+#include "Fakes.hpp"
+
+namespace velora {
+namespace {
+
+std::string percentEncode(std::string_view text) {
+  static constexpr char hex[] = "0123456789ABCDEF";
+  std::string out;
+  for (unsigned char c : text) {
+    if (std::isalnum(c) || c == '-' || c == '_' || c == '.') {
+      out.push_back(static_cast<char>(c));
+    } else {
+      out += '%';
+      out += hex[c >> 4];
+      out += hex[c & 15];
+    }
+  }
+  return out;
+}
+
+/// A port on loopback where nothing listens.
+int closedPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+class PipelineOverHttp : public ::testing::Test {
+ protected:
+  std::shared_ptr<Orvane> facade(const std::string& endpoint, std::int64_t timeout = 10, bool loggedIn = true) {
+    Platform p;
+    p.transport = transport_;
+    p.mainQueue = queue_;
+    p.defaults = std::make_shared<MemoryStore>();
+    p.host = std::make_shared<StaticHostInfo>("it.app");
+    p.clock = std::make_shared<SystemClock>();
+    p.documentsDirectory = std::filesystem::temp_directory_path();
+    p.console = [](std::string_view) {};
+    Orvane::setupSDK(EnvironmentModel(endpoint, timeout), p);
+    auto f = Orvane::make(p);
+    if (loggedIn) {
+      auto renewer = std::make_shared<testing::FakeRenewer>();
+      renewer->state = {true, true, true};
+      renewer->token = "it-token";
+      f->setSessionRenewer(renewer);
+      f->setupSession();
+    }
+    return f;
+  }
+
+  /// The callback form's one answer, checked to arrive once and on the main queue.
+  ResponseMessage viaCallback(Orvane& f, const std::string& path) {
+    std::promise<ResponseMessage> answer;
+    std::atomic<int> calls{0};
+    f.resumeSession(*f.makeRequest(path), ResponseMessage{}, [&](const ResponseMessage& m) {
+      EXPECT_TRUE(queue_->isCurrent());
+      if (++calls == 1) answer.set_value(m);
+    });
+    auto future = answer.get_future();
+    EXPECT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    // A second call would be posted behind this marker.
+    std::promise<void> drained;
+    queue_->post([&] { drained.set_value(); });
+    drained.get_future().wait();
+    EXPECT_EQ(calls.load(), 1);
+    return future.get();
+  }
+
+  ResponseMessage viaAwait(Orvane& f, const std::string& path) {
+    try {
+      return f.resumeAsyncSession<ResponseMessage>(*f.makeRequest(path)).get();
+    } catch (const APIError& e) {
+      return e.responseMessage;
+    }
+  }
+
+  sandbox::Sandbox sandbox_;
+  std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
+  std::shared_ptr<ThreadQueue> queue_ = std::make_shared<ThreadQueue>();
+};
+
+TEST_F(PipelineOverHttp, StatusRulesInBothForms) {
+  struct Case {
+    int status;
+    std::string body;
+    std::int64_t callbackCode;
+    std::string callbackMessage;
+    std::int64_t awaitCode;
+    std::string awaitMessage;
+  };
+  const Case cases[] = {
+      {200, R"({"code":0,"message":"fine"})", 200, "ResponseMessage completed successfully", 0, "fine"},
+      {200, "not json", -27004, "JSON Parsing Failure", -27003, "Invalid JSON decoded"},
+      {201, "", 201, "created", 201, "Invalid status code"},
+      {204, "", 204, "no content", 204, "Invalid status code"},
+      {404, "", 404, "not found", 404, "Invalid status code"},
+      {404, R"({"code":40401,"message":"Desk not found"})", 40401, "Desk not found", 40401, "Desk not found"},
+      {500, "", 500, "internal server error", 500, "Invalid status code"},
+      {500, R"({"code":50001,"message":"Database down","trace":"t-1"})", 50001, "Database down", 50001, "Database down"},
+  };
+  auto f = facade(sandbox_.baseUrl());
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(c.status) + " " + c.body);
+    const std::string path = "/test/status/" + std::to_string(c.status) + "?body=" + percentEncode(c.body);
+    auto m = viaCallback(*f, path);
+    EXPECT_EQ(m.code, c.callbackCode);
+    EXPECT_EQ(m.message, c.callbackMessage);
+    auto a = viaAwait(*f, path);
+    EXPECT_EQ(a.code, c.awaitCode);
+    EXPECT_EQ(a.message, c.awaitMessage);
+  }
+}
+
+TEST_F(PipelineOverHttp, TransportFailuresBecomeCodesAndMessages) {
+  auto refused = facade("http://127.0.0.1:" + std::to_string(closedPort()));
+  auto m = viaCallback(*refused, "/api/v1/public/diagnostic/check");
+  EXPECT_EQ(m.code, -1004);
+  EXPECT_EQ(m.message->rfind("Could not connect to the server.", 0), 0u) << *m.message;
+  auto a = viaAwait(*refused, "/api/v1/public/diagnostic/check");
+  EXPECT_EQ(a.code, -27003);
+  EXPECT_EQ(a.message, "Unknown error occurred");
+  EXPECT_EQ(a.trace->rfind("Could not connect to the server.", 0), 0u);
+
+  auto slow = facade(sandbox_.baseUrl(), /*timeout=*/1);
+  m = viaCallback(*slow, "/test/status/200?delay_ms=4000");
+  EXPECT_EQ(m.code, -1001);
+  EXPECT_EQ(m.message->rfind("The request timed out.", 0), 0u) << *m.message;
+}
+
+TEST_F(PipelineOverHttp, RedirectKeepsTheSessionHeaders) {
+  auto f = facade(sandbox_.baseUrl());
+  for (const char* code : {"301", "302", "307", "308"}) {
+    auto echo = f->resumeAsyncSession<AnyCodable>(*f->makeRequest(std::string("/test/redirect?code=") + code + "&to=/test/echo")).get();
+    const auto* headers = echo.find("headers");
+    ASSERT_TRUE(headers) << code;
+    EXPECT_EQ(*echo.find("path")->as<std::string>(), "/test/echo");
+    EXPECT_EQ(*headers->find("authorization")->as<std::string>(), "Bearer it-token") << code;
+    EXPECT_EQ(*headers->find("uuid")->as<std::string>(), f->envUUID) << code;
+  }
+}
+
+TEST_F(PipelineOverHttp, EveryCallbackFiresOnceOnTheMainQueue) {
+  auto f = facade(sandbox_.baseUrl());
+  constexpr int kRequests = 200;
+  std::mutex mutex;
+  std::condition_variable done;
+  std::vector<int> calls(kRequests, 0);
+  int answered = 0, offQueue = 0;
+  for (int i = 0; i < kRequests; ++i) {
+    const std::string path = i % 2 ? "/api/v1/public/diagnostic/check" : "/test/status/500";
+    f->resumeSession(*f->makeRequest(path), ResponseMessage{}, [&, i](const ResponseMessage&) {
+      std::lock_guard lock(mutex);
+      if (!queue_->isCurrent()) ++offQueue;
+      ++calls[i];
+      ++answered;
+      done.notify_all();
+    });
+  }
+  std::unique_lock lock(mutex);
+  ASSERT_TRUE(done.wait_for(lock, std::chrono::seconds(30), [&] { return answered >= kRequests; }));
+  lock.unlock();
+  std::promise<void> drained;
+  queue_->post([&] { drained.set_value(); });
+  drained.get_future().wait();
+  EXPECT_EQ(offQueue, 0);
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), 1), kRequests);
+}
+
+TEST_F(PipelineOverHttp, AwaitedRequestsQueueInOrder) {
+  auto f = facade(sandbox_.baseUrl());
+  // Construction and the login each added a permit: three awaited requests may run at once.
+  const int permits = static_cast<int>(f->resumeAsyncSessionSemaphore.value());
+  constexpr int kRequests = 12;
+  std::atomic<int> finished{0};
+  std::promise<void> all;
+  sandbox_.clearRecordedRequests();
+  for (int i = 0; i < kRequests; ++i) {
+    auto task = [](Orvane& facade, int index, std::atomic<int>& count, std::promise<void>& done) -> Task<void> {
+      co_await facade.resumeAsyncSession<ResponseMessage>(
+          *facade.makeRequest("/test/status/200?delay_ms=30&i=" + std::to_string(index) + "&body=" + percentEncode(R"({"code":0})")));
+      if (++count == kRequests) done.set_value();
+    };
+    detachTask(task(*f, i, finished, all));
+  }
+  ASSERT_EQ(all.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  EXPECT_EQ(f->resumeAsyncSessionSemaphore.value(), permits);
+  EXPECT_LE(sandbox_.peakConcurrency(), static_cast<std::size_t>(permits));
+  // Beyond the first permits, requests leave in the order they started waiting.
+  const auto seen = sandbox_.requests("/test/status/200");
+  ASSERT_EQ(seen.size(), static_cast<std::size_t>(kRequests));
+  for (int k = permits + 1; k < kRequests; ++k) {
+    EXPECT_LT(std::stoi(seen[k - 1].query.substr(seen[k - 1].query.find("i=") + 2)),
+              std::stoi(seen[k].query.substr(seen[k].query.find("i=") + 2)));
+  }
+}
+
+TEST_F(PipelineOverHttp, UtilityOperationsAgainstTheSandbox) {
+  auto f = facade(sandbox_.baseUrl());
+  EXPECT_EQ(f->checkConnection().get().code, 200);
+  auto config = f->getConfiguration("tag-7").get();
+  EXPECT_EQ(config.appId, "it.app");
+  EXPECT_EQ(config.uuid, f->envUUID);
+  EXPECT_EQ(config.iosadvConf.tagid, "tag-7");
+  EXPECT_EQ(f->getOrCreateConfiguration(std::nullopt).get().uuid, f->envUUID);
+
+  std::promise<std::pair<std::optional<SdkImage>, std::optional<PlatformError>>> image;
+  f->downloadSdkImage("/api/v1/public/image/logo.png", true, [&](auto i, auto e) { image.set_value({i, e}); });
+  auto [picture, error] = image.get_future().get();
+  ASSERT_TRUE(picture) << (error ? error->domain : "");
+  EXPECT_EQ(picture->format, SdkImage::Format::png);
+
+  EXPECT_FALSE(f->fetchResource(sandbox_.baseUrl() + "/api/v1/public/image/logo.png").get().empty());
+  try {
+    f->fetchResource("/api/v1/public/image/none.png").get();
+    ADD_FAILURE();
+  } catch (const APIError& e) {
+    EXPECT_EQ(e.responseMessage.code, 404);
+  }
+}
+
+TEST_F(PipelineOverHttp, WithoutAnyTokenTheFormsDiffer) {
+  auto f = facade(sandbox_.baseUrl(), 10, /*loggedIn=*/false);
+  EXPECT_EQ(viaCallback(*f, "/test/echo").code, -28005);
+  EXPECT_EQ(sandbox_.requestCount("/test/echo"), 0u);
+  auto echo = f->resumeAsyncSession<AnyCodable>(*f->makeRequest("/test/echo")).get();
+  EXPECT_FALSE(echo.find("headers")->find("authorization"));
+  EXPECT_EQ(sandbox_.requestCount("/test/echo"), 1u);
+}
+
+}  // namespace
+}  // namespace velora

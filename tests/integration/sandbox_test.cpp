@@ -1,0 +1,349 @@
+// The sandbox over real HTTP: the server properties the integration tests rely on, the
+// platform routes' contract and the test routes' controls.
+
+#include "velora_sandbox/Sandbox.hpp"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <latch>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using nlohmann::json;
+using velora::sandbox::Sandbox;
+using velora::sandbox::SandboxOptions;
+using Clock = std::chrono::steady_clock;
+using namespace std::string_literals;
+
+int localPort(int sock) {
+  sockaddr_in addr{};
+  socklen_t len = sizeof addr;
+  return getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &len) == 0 ? ntohs(addr.sin_port)
+                                                                          : -1;
+}
+
+// Everything the server writes on a fresh connection after `request`, until it closes.
+std::string rawExchange(int port, const std::string& request) {
+  const int sock = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(static_cast<std::uint16_t>(port));
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string reply;
+  char buf[4096];
+  if (connect(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 &&
+      send(sock, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
+    for (ssize_t n; (n = recv(sock, buf, sizeof buf, 0)) > 0;) {
+      reply.append(buf, static_cast<std::size_t>(n));
+    }
+  }
+  close(sock);
+  return reply;
+}
+
+httplib::Result request(httplib::Client& client, const std::string& method,
+                        const std::string& target, const std::string& body = {}) {
+  httplib::Request req;
+  req.method = method;
+  req.path = target;
+  req.body = body;
+  return client.send(req);
+}
+
+TEST(SandboxServer, BindsDistinctFreePortsAndRefusesATakenOne) {
+  Sandbox first;
+  Sandbox second;
+  EXPECT_GT(first.port(), 0);
+  EXPECT_NE(first.port(), second.port());
+  EXPECT_EQ(first.baseUrl(), "http://127.0.0.1:" + std::to_string(first.port()));
+  httplib::Client client(first.baseUrl());
+  const auto res = client.Get("/api/v1/public/diagnostic/check");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->get_header_value("Content-Type"), "application/json");
+  EXPECT_EQ(json::parse(res->body), json({{"code", 200}, {"message", "Velora sandbox is up"}}));
+
+  SandboxOptions taken;  // must fail loudly rather than share the port
+  taken.port = first.port();
+  EXPECT_THROW(Sandbox{taken}, std::runtime_error);
+}
+
+// More clients than httplib's default pool has threads, all holding their connection open at
+// once, each sending more requests than httplib's default keep-alive limit: every request must
+// be served on the client's first connection.
+TEST(SandboxServer, ServesManyConcurrentKeepAliveClientsWithoutReconnecting) {
+  constexpr int kClients = 24;
+  constexpr int kRequestsEach = 20;
+  Sandbox sandbox;
+  std::latch allConnected(kClients);
+  std::atomic<int> served{0};
+  std::atomic<int> reconnects{0};
+  std::vector<std::thread> clients;
+  for (int c = 0; c < kClients; ++c) {
+    clients.emplace_back([&] {
+      httplib::Client client(sandbox.baseUrl());
+      client.set_keep_alive(true);
+      int firstPort = -1;
+      for (int i = 0; i < kRequestsEach; ++i) {
+        const auto res = client.Get("/test/echo");
+        served += res && res->status == 200;
+        const int port = localPort(client.socket());
+        if (i == 0) {
+          firstPort = port;
+          allConnected.arrive_and_wait();
+        }
+        reconnects += port != firstPort;
+      }
+    });
+  }
+  for (auto& t : clients) {
+    t.join();
+  }
+  EXPECT_EQ(served, kClients * kRequestsEach);
+  EXPECT_EQ(reconnects, 0);
+  EXPECT_EQ(sandbox.requestCount("/test/echo"), std::size_t{kClients * kRequestsEach});
+}
+
+TEST(SandboxServer, StopsQuicklyWithADelayedRequestInFlightAndStaysStopped) {
+  Sandbox sandbox;
+  const std::string url = sandbox.baseUrl();
+  std::thread slowClient([url] {
+    httplib::Client client(url);
+    client.set_read_timeout(std::chrono::seconds(120));
+    const auto res = client.Get("/test/status/200?delay_ms=60000");
+    EXPECT_TRUE(!res || res->status == 503);  // never the delayed answer
+  });
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  while (sandbox.requestCount("/test/status/200") == 0 && Clock::now() < deadline) {
+    std::this_thread::yield();
+  }
+  const auto start = Clock::now();
+  sandbox.stop();
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+  slowClient.join();
+  EXPECT_EQ(sandbox.requestCount("/test/status/200"), 1u);
+  sandbox.stop();  // again, then the destructor: harmless
+  httplib::Client client(url);
+  EXPECT_FALSE(client.Get("/api/v1/public/diagnostic/check"));
+}
+
+TEST(SandboxServer, RecordsAndEchoesWhatTheClientSent) {
+  Sandbox sandbox;
+  httplib::Client client(sandbox.baseUrl());
+  const std::string body = "h\xc3\xa9llo";
+  const auto res =
+      client.Post("/test/echo?a=1&b=x%20y", {{"X-Trace-Id", "abc"}}, body, "text/plain");
+  ASSERT_TRUE(res);
+  const json echo = json::parse(res->body);
+  EXPECT_EQ(echo, json({{"method", "POST"},
+                        {"path", "/test/echo"},
+                        {"query", "a=1&b=x%20y"},
+                        {"headers", echo["headers"]},
+                        {"body", body}}));
+  EXPECT_EQ(echo["headers"]["x-trace-id"], "abc");
+  EXPECT_FALSE(echo["headers"].contains("remote_addr"));  // httplib's pseudo-header
+
+  ASSERT_TRUE(client.Get("/api/v1/public/diagnostic/check"));
+  const auto recorded = sandbox.requests("/test/echo");
+  ASSERT_EQ(recorded.size(), 1u);
+  EXPECT_EQ(recorded[0].method + " " + recorded[0].query + " " + recorded[0].body,
+            "POST a=1&b=x%20y " + body);
+  EXPECT_EQ(recorded[0].headers.count("remote_port"), 0u);
+  ASSERT_EQ(recorded[0].headers.count("x-trace-id"), 1u);
+  EXPECT_EQ(recorded[0].headers.find("x-trace-id")->second, "abc");
+  EXPECT_EQ(sandbox.requestCount("/api/v1/public/diagnostic/check"), 1u);
+  sandbox.clearRecordedRequests();
+  EXPECT_EQ(sandbox.requestCount("/test/echo"), 0u);
+}
+
+TEST(DeviceConfiguration, ValidatesTheRequestAndAnswersTheAdvertisingConfiguration) {
+  struct Case {
+    std::string body;
+    int status;
+    std::string expected;  // error: part of the message; success: the tag id, "" if derived
+  };
+  const std::vector<Case> cases = {
+      {R"({"appId":"app","uuid":"device-1"})", 200, ""},
+      {R"({"appId":"app","uuid":"device-1","tagid":null})", 200, ""},
+      {R"({"appId":"app","uuid":"device-1","tagid":"0011aabbccdd"})", 200, "0011aabbccdd"},
+      {"not json", 400, "not valid JSON"},
+      {R"(["appId","uuid"])", 400, "JSON object"},
+      {R"({"uuid":"device-1"})", 400, "appId"},
+      {R"({"appId":7,"uuid":"device-1"})", 400, "appId"},
+      {R"({"appId":"app","uuid":""})", 400, "uuid"},
+      {R"({"appId":"app","uuid":"device-1","tagid":5})", 400, "tagid"},
+  };
+  Sandbox sandbox;
+  httplib::Client client(sandbox.baseUrl());
+  std::string derivedTag;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.body);
+    const auto res = request(client, "POST", "/api/v1/device/ios/conf", c.body);
+    ASSERT_TRUE(res);
+    ASSERT_EQ(res->status, c.status);
+    const json answer = json::parse(res->body);
+    if (c.status != 200) {
+      EXPECT_EQ(answer["code"], c.status);
+      EXPECT_NE(answer["message"].get<std::string>().find(c.expected), std::string::npos);
+      continue;
+    }
+    EXPECT_EQ(answer.value("appId", "") + answer.value("uuid", ""), "appdevice-1");
+    EXPECT_FALSE(answer.contains("pushToken"));
+    const json& conf = answer["iosadvConf"];
+    const auto tag = conf["tagid"].get<std::string>();
+    if (c.expected.empty()) {  // derived: 12 hex digits, the same for the same device
+      EXPECT_EQ(tag.find_first_not_of("0123456789abcdef"), std::string::npos);
+      EXPECT_EQ(tag.size(), 12u);
+      EXPECT_TRUE(derivedTag.empty() || derivedTag == tag);
+      derivedTag = tag;
+    } else {
+      EXPECT_EQ(tag, c.expected);
+    }
+    EXPECT_LE(conf["byte1"].get<unsigned>() | conf["byte2"].get<unsigned>(), 255u);
+    EXPECT_EQ(conf["tON"], 0.1);
+    EXPECT_EQ(conf["tOFF"], 0.9);
+  }
+  const auto other =
+      request(client, "POST", "/api/v1/device/ios/conf", R"({"appId":"app","uuid":"device-2"})");
+  ASSERT_TRUE(other);
+  EXPECT_NE(json::parse(other->body)["iosadvConf"]["tagid"], derivedTag);
+}
+
+TEST(Images, ServeCompleteFilesAndGuardThePrivateRouteWithABearerToken) {
+  struct Case {
+    std::string path, authorization;  // authorization empty: none sent
+    int status;
+    std::string type, magic;  // magic: the file type's signature, found at `at`
+    std::size_t at;
+  };
+  const std::vector<Case> cases = {
+      {"/api/v1/public/image/logo.png", "", 200, "image/png", "\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR"s,
+       0},
+      {"/api/v1/public/image/photo.jpg", "", 200, "image/jpeg", "\xff\xd8\xff", 0},
+      {"/api/v1/public/image/anim.gif", "", 200, "image/gif", "GIF89a", 0},
+      {"/api/v1/public/image/icon.webp", "", 200, "image/webp", "WEBPVP8", 8},
+      {"/api/v1/image/icon.webp", "Bearer t", 200, "image/webp", "WEBPVP8", 8},
+      {"/api/v1/image/photo.jpg", "bearer abc", 200, "image/jpeg", "\xff\xd8\xff", 0},
+      {"/api/v1/image/logo.png", "", 401, "application/json", R"({"code":401,)", 0},
+      {"/api/v1/image/logo.png", "Bearer ", 401, "application/json", R"({"code":401,)", 0},
+      {"/api/v1/image/logo.png", "Basic dTpw", 401, "application/json", R"({"code":401,)", 0},
+      {"/api/v1/image/nothing.png", "Bearer abc", 404, "application/json", R"({"code":404,)", 0},
+      {"/api/v1/public/image/nothing.png", "", 404, "application/json", R"({"code":404,)", 0},
+  };
+  Sandbox sandbox;
+  httplib::Client client(sandbox.baseUrl());
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path + " / " + c.authorization);
+    httplib::Headers headers;
+    if (!c.authorization.empty()) {
+      headers.emplace("Authorization", c.authorization);
+    }
+    const auto res = client.Get(c.path, headers);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, c.status);
+    EXPECT_EQ(res->get_header_value("Content-Type"), c.type);
+    EXPECT_EQ(res->body.compare(c.at, c.magic.size(), c.magic), 0);
+  }
+}
+
+TEST(TestRoutes, AnswerTheRequestedStatusBodyTypeAndLocation) {
+  struct Case {
+    std::string method, target;
+    int status;
+    std::string body, type, location;  // body, type "*": not checked
+  };
+  const std::vector<Case> cases = {
+      {"GET", "/test/status/418?body=teapot&type=text/plain", 418, "teapot", "text/plain", ""},
+      {"PATCH", "/test/status/503?body=%7B%7D&delay_ms=20", 503, "{}", "application/json", ""},
+      {"GET", "/test/status/99", 400, "*", "application/json", ""},
+      {"POST", "/test/redirect?to=/test/echo&code=307", 307, "", "*", "/test/echo"},
+      {"GET", "/test/redirect?to=http%3A%2F%2Fx.invalid%2Fy", 302, "", "*", "http://x.invalid/y"},
+      {"GET", "/test/redirect-chain/0", 302, "", "*", "/test/echo"},
+      {"DELETE", "/nowhere", 404, R"({"code":404,"message":"No route for DELETE /nowhere"})",
+       "application/json", ""},
+  };
+  Sandbox sandbox;
+  httplib::Client client(sandbox.baseUrl());
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.method + " " + c.target);
+    const auto res = request(client, c.method, c.target);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, c.status);
+    EXPECT_TRUE(c.body == "*" || res->body == c.body) << res->body;
+    EXPECT_TRUE(c.type == "*" || res->get_header_value("Content-Type") == c.type);
+    EXPECT_EQ(res->get_header_value("Location"), c.location);
+  }
+}
+
+TEST(TestRoutes, FollowChainsServeBytesDropConnectionsAndCanBeLeftOut) {
+  Sandbox sandbox;
+  httplib::Client client(sandbox.baseUrl());
+  client.set_follow_location(true);
+  const auto followed = client.Get("/test/redirect-chain/3");
+  ASSERT_TRUE(followed);
+  EXPECT_EQ(json::parse(followed->body)["path"], "/test/echo");
+  EXPECT_EQ(sandbox.requestCount("/test/redirect-chain/1"), 1u);
+
+  std::string expected(300, '\0');
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    expected[i] = static_cast<char>(i % 256);
+  }
+  const auto bytes = client.Get("/test/bytes/300");
+  ASSERT_TRUE(bytes);
+  EXPECT_EQ(bytes->get_header_value("Content-Type"), "application/octet-stream");
+  EXPECT_EQ(bytes->body, expected);
+
+  // Not even a status line: the client must see the connection end without a response.
+  EXPECT_EQ(rawExchange(sandbox.port(), "GET /test/drop HTTP/1.1\r\nHost: s\r\n\r\n"), "");
+  EXPECT_EQ(sandbox.requestCount("/test/drop"), 1u);
+
+  SandboxOptions platformOnly;
+  platformOnly.testRoutes = false;
+  Sandbox plain(platformOnly);
+  httplib::Client plainClient(plain.baseUrl());
+  const auto res = plainClient.Get("/test/echo");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->status, 404);
+}
+
+#ifdef VELORA_SANDBOX_PATH
+// The shell reports the program's pid, relays its announcement, then reports its exit status.
+TEST(SandboxProgram, AnnouncesItsUrlServesAndExitsCleanlyOnSigterm) {
+  FILE* out = popen("'" VELORA_SANDBOX_PATH "' --port 0 & echo pid=$!; wait $!; echo exit=$?", "r");
+  ASSERT_NE(out, nullptr);
+  const std::string announcement = "velora-sandbox listening on ";
+  std::string url;
+  pid_t pid = -1;
+  char line[256];
+  while ((url.empty() || pid < 0) && fgets(line, sizeof line, out) != nullptr) {
+    const std::string text(line, std::strcspn(line, "\n"));
+    if (text.starts_with("pid=")) {
+      pid = std::stoi(text.substr(4));
+    } else if (text.starts_with(announcement + "http://127.0.0.1:")) {
+      url = text.substr(announcement.size());
+    }
+  }
+  ASSERT_GT(pid, 0);
+  EXPECT_FALSE(url.empty());
+  httplib::Client client(url.empty() ? "http://127.0.0.1:1" : url);
+  const auto res = client.Get("/test/echo");
+  EXPECT_TRUE(res && res->status == 200);
+  kill(pid, SIGTERM);
+  EXPECT_STREQ(fgets(line, sizeof line, out), "exit=0\n");
+  pclose(out);
+}
+#endif
+
+}  // namespace

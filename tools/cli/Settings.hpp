@@ -1,0 +1,81 @@
+#pragma once
+// The client's global settings and the platform they configure.
+//
+// Every setting is one row of kSettings: its flag, its environment variable, its help and the
+// member it fills. A flag wins over the variable; the variable wins over the default. A command
+// group that needs a new setting (a user name for login, say) adds a member and a row, and the
+// flag, the variable and the help text follow.
+
+#include <array>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include <CLI/CLI.hpp>
+
+#include <velora/core/Orvane.hpp>
+
+namespace velora::cli {
+
+struct Settings {
+  /// Base URL of the platform; remembered by the library once given.
+  std::string endpoint;
+  /// Request time-out in seconds.
+  std::int64_t timeout = 90;
+  /// Library diagnostics go to standard error instead of being dropped.
+  bool verbose = false;
+  /// Results are printed as JSON records instead of text.
+  bool json = false;
+};
+
+struct SettingSpec {
+  std::string_view flag;
+  std::string_view envVar;
+  std::string_view help;
+  /// What the value is called in the help ("URL"); empty for on/off flags.
+  std::string_view valueName;
+  std::variant<std::string Settings::*, std::int64_t Settings::*, bool Settings::*> member;
+  /// Checks (and may rewrite) the raw text before it is converted; returns an error or "".
+  std::string (*check)(std::string& raw) = nullptr;
+};
+
+std::string checkEndpoint(std::string& raw);
+std::string checkTimeout(std::string& raw);
+
+inline constexpr std::array kSettings{
+    SettingSpec{"--endpoint", "VELORA_ENDPOINT", "Platform base URL, e.g. https://host:port (remembered once given)", "URL",
+                &Settings::endpoint, &checkEndpoint},
+    SettingSpec{"--timeout", "VELORA_TIMEOUT", "Request time-out in seconds (default 90, remembered once given)",
+                "SECONDS", &Settings::timeout,
+                &checkTimeout},
+    SettingSpec{"--verbose", "VELORA_VERBOSE", "Show the library's diagnostic lines on standard error", "",
+                &Settings::verbose},
+    SettingSpec{"--json", "VELORA_JSON", "Print results as JSON on standard output", "", &Settings::json},
+};
+
+/// Adds one global option per row of kSettings, bound to `settings`.
+void addSettings(CLI::App& app, Settings& settings);
+
+/// True when the setting's flag or environment variable was given for this run.
+bool isGiven(const CLI::App& app, std::string_view flag);
+
+/// A problem with how the client was invoked that the parser could not see; exit code 2.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Builds the platform the settings describe and makes it the library's default. Must run before
+/// anything else reaches the library: the log manager and the facade read the default on first use.
+void installPlatform(const Settings& settings);
+
+/// True when the library wrote diagnostic lines that were dropped because --verbose was off.
+bool diagnosticsDropped();
+
+/// The shared facade, after persisting the endpoint and time-out that were given for this run.
+/// Throws UsageError when no endpoint was given and none is remembered.
+Orvane& connect(const Settings& settings, const CLI::App& app);
+
+}  // namespace velora::cli

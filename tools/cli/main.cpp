@@ -1,0 +1,59 @@
+// velora: command-line client for the Velora platform.
+//
+// Exit codes: 0 success, 1 the operation failed, 2 the command line or settings are unusable.
+
+#include <iostream>
+
+#include <velora/core/APIError.hpp>
+
+#include "Command.hpp"
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+
+int fail(int code, const std::string& message) {
+  std::cerr << "velora: " << message << '\n';
+  // The library's errors are terse ("Unknown error occurred"); its diagnostics say what happened.
+  if (velora::cli::diagnosticsDropped()) std::cerr << "velora: run again with --verbose for details\n";
+  return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace velora::cli;
+  CLI::App app{"Command-line client for the Velora platform", "velora"};
+  app.require_subcommand(1);
+  app.fallthrough();  // global settings may also follow the subcommand
+  Settings settings;
+  addSettings(app, settings);
+  CommandSet commands(app);
+  addPlatformCommands(commands);
+  addLogCommands(commands);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : kUsage;
+  }
+
+  try {
+    installPlatform(settings);
+    Output out(settings.json, std::cout);
+    Context ctx{settings, app, out, Spinner::wanted()};
+    const Run* run = commands.selected();
+    if (!run) return fail(kUsage, "no command given; see velora --help");
+    (*run)(ctx);
+    return 0;
+  } catch (const UsageError& e) {
+    return fail(kUsage, e.what());
+  } catch (const velora::APIError& e) {
+    const auto& cause = e.responseMessage.trace;
+    return fail(kFailed, e.localizedDescription() + (cause ? ": " + *cause : std::string()) + " (code " +
+                             std::to_string(e.responseMessage.code) + ")");
+  } catch (const std::exception& e) {
+    return fail(kFailed, e.what());
+  }
+}

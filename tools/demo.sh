@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Runs the velora client against a local sandbox platform.
+#
+#   tools/demo.sh BIN_DIR      (BIN_DIR holds velora and velora-sandbox, e.g. build/bin)
+#
+# The client's state goes to a temporary folder, so the demo neither reads nor changes yours.
+# Exits non-zero when any step fails; the sandbox is stopped however the script ends.
+
+set -u
+
+if [[ $# -ne 1 ]]; then
+  echo "usage: $0 BIN_DIR" >&2
+  exit 2
+fi
+bin_dir=$1
+for program in velora velora-sandbox; do
+  if [[ ! -x "$bin_dir/$program" ]]; then
+    echo "demo: $bin_dir/$program is missing or not executable" >&2
+    exit 2
+  fi
+done
+
+state=$(mktemp -d "${TMPDIR:-/tmp}/velora-demo.XXXXXX")
+sandbox_pid=""
+cleanup() {
+  if [[ -n "$sandbox_pid" ]]; then
+    kill -TERM "$sandbox_pid" 2>/dev/null
+    wait "$sandbox_pid" 2>/dev/null
+  fi
+  rm -rf "$state"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+export XDG_CONFIG_HOME="$state/config" XDG_DATA_HOME="$state/data"
+# Settings from the caller's environment would change what the demo shows.
+unset VELORA_ENDPOINT VELORA_TIMEOUT VELORA_VERBOSE VELORA_JSON
+
+# The sandbox announces its address on its first line of output.
+mkfifo "$state/sandbox.out"
+"$bin_dir/velora-sandbox" --port 0 >"$state/sandbox.out" &
+sandbox_pid=$!
+exec 3<"$state/sandbox.out"
+if ! read -r -t 10 banner <&3; then
+  echo "demo: the sandbox exited or did not announce its address within 10 s" >&2
+  exit 1
+fi
+url=${banner##* }
+if [[ "$banner" != "velora-sandbox listening on http://"* ]]; then
+  echo "demo: unexpected sandbox output: $banner" >&2
+  exit 1
+fi
+# Keep draining the sandbox's output so that it never blocks on a full pipe.
+cat <&3 >/dev/null &
+exec 3<&-
+echo "sandbox at $url"
+
+failed=0
+step() {
+  echo
+  echo "== velora ${*:2}"
+  "$@"
+  local status=$?
+  if [[ $status -ne 0 ]]; then
+    echo "-- failed with exit code $status"
+    failed=1
+  fi
+}
+
+velora="$bin_dir/velora"
+step "$velora" --endpoint "$url" check
+step "$velora" device-config
+step "$velora" device-config --tagid demo-tag-01 --json
+step "$velora" log show
+step "$velora" log clear
+
+echo
+if [[ $failed -ne 0 ]]; then
+  echo "demo: some steps failed"
+  exit 1
+fi
+echo "demo: all steps succeeded"
