@@ -316,10 +316,11 @@ void KeycloakManager::refreshToken(std::optional<KeyCloakAuthResponse> payload, 
 
 Task<KeyCloakAuthResponse> KeycloakManager::refreshToken(std::optional<KeyCloakAuthResponse> payload,
                                                          std::optional<KeyCloakParameters> parameters) {
-  auto [token, error] = co_await detail::awaitCompletion<KeyCloakAuthResponse>(
+  auto refresh = detail::awaitCompletion<KeyCloakAuthResponse>(
       [self = shared_from_this(), payload = std::move(payload), parameters = std::move(parameters)](TokenCompletion done) {
         self->refreshToken(payload, parameters, std::move(done));
       });
+  auto [token, error] = co_await refresh;
   if (error) throw *error;
   if (!token) throw PlatformError("Unknown error occurred - RefreshToken", kUnknown);
   co_return std::move(*token);

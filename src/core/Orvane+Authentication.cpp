@@ -35,7 +35,8 @@ Task<BackgroundLoginParameters> Orvane::getLoginParameters(std::string from) {
   auto request = makeRequest(std::string(kScanPath) + from);
   if (!request) throw APIError::invalidData();
   try {
-    auto credentials = co_await resumeAsyncSession<BackgroundLoginParameters>(std::move(*request));
+    auto reply = resumeAsyncSession<BackgroundLoginParameters>(std::move(*request));
+    auto credentials = co_await std::move(reply);
     if (!credentials.storeToKeychain(keychain())) throw APIError::requestFailed(kStoreFailed);
     co_return credentials;
   } catch (const APIError& e) {

@@ -59,11 +59,14 @@ class KeycloakRenewer : public detail::SessionRenewer {
     auto facade = facade_.lock();
     auto manager = facade ? facade->keycloakManager() : nullptr;
     if (!manager) co_return;
-    co_await manager->refreshToken(manager->currentTokenPayload(), std::nullopt);
+    auto refresh = manager->refreshToken(manager->currentTokenPayload(), std::nullopt);
+    co_await std::move(refresh);
   }
   Task<void> captiveReauthAsync() override {
     auto facade = facade_.lock();
-    if (facade) co_await facade->captiveReauth();
+    if (!facade) co_return;
+    auto renewal = facade->captiveReauth();
+    co_await std::move(renewal);
   }
 
  private:
@@ -116,19 +119,20 @@ void Orvane::runLogin(std::optional<KeycloakLoginMode> mode, bool requireClient,
 }
 
 Task<bool> Orvane::networkSetup() {
-  auto result = co_await detail::awaitCompletion<KeyCloakAuthResponse>(
+  auto setup = detail::awaitCompletion<KeyCloakAuthResponse>(
       [self = shared_from_this()](TokenCompletion done) { self->runLogin(std::nullopt, true, nullptr, std::move(done)); });
-  unwrap(std::move(result));
+  unwrap(co_await setup);
   co_return true;
 }
 
 Task<KeyCloakAuthResponse> Orvane::keycloakLogin() {
-  auto result = co_await detail::awaitCompletion<KeyCloakAuthResponse>([self = shared_from_this()](TokenCompletion done) {
+  auto login = detail::awaitCompletion<KeyCloakAuthResponse>([self = shared_from_this()](TokenCompletion done) {
     self->runLogin(KeycloakLoginMode::USER, true, [self](KeycloakManager& manager, TokenCompletion completion) {
       // The browser belongs to the application's main thread.
       self->platform().mainQueue->post([manager = manager.shared_from_this(), completion] { manager->performAuth(std::nullopt, completion); });
     }, std::move(done));
   });
+  auto result = co_await login;
   try {
     auto token = unwrap(std::move(result));
     if (token.accessTokenValid(platform_.clock->now())) keycloakManager()->setCurrentTokenPayload(token);
@@ -146,8 +150,9 @@ void Orvane::keycloakGuestLogin(TokenCompletion completion) {
 }
 
 Task<KeyCloakAuthResponse> Orvane::keycloakGuestLogin() {
-  co_return unwrap(co_await detail::awaitCompletion<KeyCloakAuthResponse>(
-      [self = shared_from_this()](TokenCompletion done) { self->keycloakGuestLogin(std::move(done)); }));
+  auto login = detail::awaitCompletion<KeyCloakAuthResponse>(
+      [self = shared_from_this()](TokenCompletion done) { self->keycloakGuestLogin(std::move(done)); });
+  co_return unwrap(co_await login);
 }
 
 void Orvane::backgroundLogin(std::optional<std::string> username, std::optional<std::string> password, std::int64_t expiration,
@@ -167,10 +172,11 @@ void Orvane::backgroundLogin(std::optional<std::string> username, std::optional<
 
 Task<KeyCloakAuthResponse> Orvane::backgroundLogin(std::optional<std::string> username, std::optional<std::string> password,
                                                    std::int64_t expiration) {
-  co_return unwrap(co_await detail::awaitCompletion<KeyCloakAuthResponse>(
+  auto login = detail::awaitCompletion<KeyCloakAuthResponse>(
       [self = shared_from_this(), username, password, expiration](TokenCompletion done) {
         self->backgroundLogin(username, password, expiration, std::move(done));
-      }));
+      });
+  co_return unwrap(co_await login);
 }
 
 void Orvane::logout(std::optional<KeyCloakParameters> parameters, std::function<void(std::optional<PlatformError>)> completion) {
@@ -180,12 +186,13 @@ void Orvane::logout(std::optional<KeyCloakParameters> parameters, std::function<
 }
 
 Task<void> Orvane::logout(std::optional<KeyCloakParameters> parameters) {
-  unwrap(co_await detail::awaitCompletion<KeyCloakAuthResponse>(
+  auto ending = detail::awaitCompletion<KeyCloakAuthResponse>(
       [self = shared_from_this(), parameters](TokenCompletion done) {
         self->logout(parameters, [done](std::optional<PlatformError> error) {
           done(error ? std::nullopt : std::optional(KeyCloakAuthResponse{}), error);
         });
-      }));
+      });
+  unwrap(co_await ending);
 }
 
 void Orvane::captiveReauth(TokenCompletion completion) {
@@ -215,8 +222,9 @@ Task<KeyCloakAuthResponse> Orvane::captiveReauth() {
   co_await resumeAsyncCaptiveReauthSemaphore.waitUnlessCancelled();
   detail::SignalOnExit release{resumeAsyncCaptiveReauthSemaphore};
   if (!keycloakManager()) throw APIError::requestFailed("Keycloak not configured");
-  co_return unwrap(co_await detail::awaitCompletion<KeyCloakAuthResponse>(
-      [self = shared_from_this()](TokenCompletion done) { self->captiveReauth(std::move(done)); }));
+  auto renewal = detail::awaitCompletion<KeyCloakAuthResponse>(
+      [self = shared_from_this()](TokenCompletion done) { self->captiveReauth(std::move(done)); });
+  co_return unwrap(co_await renewal);
 }
 
 }  // namespace velora

@@ -136,17 +136,24 @@ Task<HttpResponse> Orvane::sendAwaited(HttpRequest request) {
       case detail::TokenAction::refuse:
         break;
       case detail::TokenAction::refresh:
-        co_await renewer->refreshAsync();
+        {
+          auto renewal = renewer->refreshAsync();
+          co_await std::move(renewal);
+        }
         setupSession();
         break;
       case detail::TokenAction::captive:
-        co_await renewer->captiveReauthAsync();
+        {
+          auto renewal = renewer->captiveReauthAsync();
+          co_await std::move(renewal);
+        }
         setupSession();
         break;
     }
     auto current = session();
     if (!current) fatal("Orvane: a request was sent before the session was set up");
-    result = co_await detail::transfer(std::move(current), std::move(request));
+    auto fetch = detail::transfer(std::move(current), std::move(request));
+    result = co_await fetch;
   } catch (...) {
     result.error = TransportError{transport_error::kUnknown, describe(std::current_exception())};
   }

@@ -37,7 +37,8 @@ void Orvane::checkConnection(ResponseCallback callback) {
 Task<ResponseMessage> Orvane::checkConnection() {
   auto request = makeRequest(kCheckPath);
   if (!request) throw APIError::invalidData();
-  co_return co_await resumeAsyncSession<ResponseMessage>(std::move(*request));
+  auto reply = resumeAsyncSession<ResponseMessage>(std::move(*request));
+  co_return co_await std::move(reply);
 }
 
 void Orvane::postConfiguration(std::optional<std::string> tagid, ResponseCallback callback) {
@@ -65,7 +66,8 @@ Task<NetworkResponseConfiguration> Orvane::postConfiguration(std::optional<std::
   }
   auto request = makeRequest(kConfigurationPath, "POST", std::move(body));
   if (!request) throw APIError::invalidData();
-  co_return co_await resumeAsyncSession<NetworkResponseConfiguration>(std::move(*request));
+  auto reply = resumeAsyncSession<NetworkResponseConfiguration>(std::move(*request));
+  co_return co_await std::move(reply);
 }
 
 void Orvane::getConfiguration(std::optional<std::string> tagid, ResponseCallback callback) {
@@ -125,11 +127,13 @@ Task<Bytes> Orvane::fetchResource(std::string path) {
     if (!isAbsolute(path)) {
       auto request = makeRequest(path);
       if (!request) throw APIError::invalidData();
-      co_return co_await resumeAsyncSession<Bytes>(std::move(*request));
+      auto reply = resumeAsyncSession<Bytes>(std::move(*request));
+      co_return co_await std::move(reply);
     }
     auto url = URL::safeInit(path);
     if (!url) throw APIError::invalidData();
-    DataResult result = co_await detail::transfer(std::make_shared<const HttpSession>(platform_.transport), plainRequest(*url));
+    auto fetch = detail::transfer(std::make_shared<const HttpSession>(platform_.transport), plainRequest(*url));
+    DataResult result = co_await fetch;
     if (result.error) throw APIError::responseUnsuccessful("Unknown error occurred");
     co_return detail::decodeAsyncReply<Bytes>(*result.response, platform_);
   } catch (const APIError& e) {

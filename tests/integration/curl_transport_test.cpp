@@ -231,7 +231,7 @@ TEST_F(CurlTransportTest, ManyConcurrentRequestsCompleteExactlyOnce) {
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       for (int i = t * kPerThread; i < (t + 1) * kPerThread; ++i) {
-        startDataRequest(*transport, makeRequest(url("/test/bytes/" + std::to_string(1000 + i))), [&, i](DataResult result) {
+        startDataRequest(*transport, makeRequest(roomy.baseUrl() + "/test/bytes/" + std::to_string(1000 + i)), [&, i](DataResult result) {
           ++completions[i];
           if (result.response && result.response->head.status == 200 && result.response->body.size() == 1000u + i) ++ok;
           std::lock_guard lock(mutex);
@@ -280,6 +280,7 @@ TEST_F(CurlTransportTest, FollowsRedirectsKeepingHeadersAcrossHosts) {
     ASSERT_NE(auth, seen[0].headers.end()) << label;
     EXPECT_EQ(auth->second, "Bearer secret");
   }
+  transport.reset();  // drop the idle connections, so `other` need not wait them out when it stops
 }
 
 TEST_F(CurlTransportTest, RefusedRedirectCompletesWithTheRedirectItself) {

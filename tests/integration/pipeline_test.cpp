@@ -197,8 +197,9 @@ TEST_F(PipelineOverHttp, AwaitedRequestsQueueInOrder) {
   sandbox_.clearRecordedRequests();
   for (int i = 0; i < kRequests; ++i) {
     auto task = [](Orvane& facade, int index, std::atomic<int>& count, std::promise<void>& done) -> Task<void> {
-      co_await facade.resumeAsyncSession<ResponseMessage>(
-          *facade.makeRequest("/test/status/200?delay_ms=30&i=" + std::to_string(index) + "&body=" + percentEncode(R"({"code":0})")));
+      auto request = *facade.makeRequest("/test/status/200?delay_ms=30&i=" + std::to_string(index) + "&body=" + percentEncode(R"({"code":0})"));
+      auto reply = facade.resumeAsyncSession<ResponseMessage>(std::move(request));
+      co_await std::move(reply);
       if (++count == kRequests) done.set_value();
     };
     detachTask(task(*f, i, finished, all));

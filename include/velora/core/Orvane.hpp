@@ -123,7 +123,8 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   Task<T> resumeAsyncSession(HttpRequest with) {
     co_await resumeAsyncSessionSemaphore.waitUnlessCancelled();
     detail::SignalOnExit release{resumeAsyncSessionSemaphore};
-    HttpResponse response = co_await sendAwaited(std::move(with));
+    auto sending = sendAwaited(std::move(with));
+    HttpResponse response = co_await std::move(sending);
     co_return detail::decodeAsyncReply<T>(response, platform_);
   }
 
