@@ -14,3 +14,4 @@
 #include <velora/core/URL.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
+#include <velora/widgets/ORVSComponent.hpp>
