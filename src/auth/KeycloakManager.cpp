@@ -342,9 +342,11 @@ void KeycloakManager::logout(std::optional<KeyCloakParameters> given, LogoutComp
     HttpRequest request;
     request.url = url;
     request.timeout = std::chrono::seconds(60);
+    // A redirect here hands control back to the application's redirect URI, which nothing serves
+    // outside a browser: the session has ended, so it is not followed.
     HttpSession(platform_.transport).data(std::move(request), [finish](DataResult result) {
       finish(result.error ? std::optional(PlatformError("Unknown Error Occurred (logout)", kUnknown)) : std::nullopt);
-    });
+    }, Redirects::stop);
     return;
   }
   if (p.authMethod == KeycloakAuthenticationMethod::CUSTOM) {

@@ -7,6 +7,7 @@
 #include <velora/platform/HttpTransport.hpp>
 
 #include <curl/curl.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -276,7 +277,7 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
     }
 
     releaseHeaderList();
-    std::string line;
+    static thread_local std::string line;  // only the I/O thread gets here; keeps its capacity
     for (const auto& [name, value] : request_.headers.fields()) {
       line.assign(name);
       // "Name:" would tell curl to drop the header; "Name;" sends it with an empty value.
@@ -295,8 +296,9 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
     if (headerList_) curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headerList_);
 
     if (deadline_) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline_ - Clock::now());
-      const auto budget = std::clamp(left, 1ms, std::max(request_.timeout, 1ms));
+      auto budget = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline_ - Clock::now());
+      if (request_.timeout > 0ms) budget = std::min(budget, request_.timeout);
+      budget = std::max(budget, 1ms);
       curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(budget.count()));
       curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::min(budget, kMaxConnectTimeout).count()));
     }
@@ -678,7 +680,12 @@ class Engine {
 class CurlTransport final : public HttpTransport {
  public:
   explicit CurlTransport(const CurlTransportOptions& options) : engine_(std::make_shared<Engine>(options)) {
-    thread_ = std::thread([engine = engine_] { engine->run(); });
+    thread_ = std::thread([engine = engine_] {
+#ifdef __linux__
+      pthread_setname_np(pthread_self(), "velora-http");
+#endif
+      engine->run();
+    });
     engine_->setIoThread(thread_.get_id());
   }
 
@@ -698,6 +705,7 @@ class CurlTransport final : public HttpTransport {
   std::shared_ptr<HttpCall> start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) override {
     if (!delegate) throw std::invalid_argument("HttpTransport::start needs a delegate");
     auto call = std::make_shared<CurlCall>(engine_->mailbox(), std::move(request), std::move(delegate));
+    // Refused only while shutting down (a delegate starting work from its final callback).
     if (!engine_->mailbox()->post({call, false})) call->finish(cancelledError());
     return call;
   }

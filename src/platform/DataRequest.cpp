@@ -11,7 +11,10 @@ constexpr std::size_t kMaxReserve = 64u << 20;
 
 class DataDelegate final : public HttpDelegate {
  public:
-  explicit DataDelegate(std::function<void(DataResult)> completion) : completion_(std::move(completion)) {}
+  DataDelegate(std::function<void(DataResult)> completion, Redirects redirects)
+      : completion_(std::move(completion)), redirects_(redirects) {}
+
+  bool willRedirect(HttpRequest&, const HttpResponseHead&) override { return redirects_ == Redirects::follow; }
 
   void didReceiveResponse(const HttpResponseHead& head) override {
     head_ = head;
@@ -39,6 +42,7 @@ class DataDelegate final : public HttpDelegate {
 
  private:
   std::function<void(DataResult)> completion_;
+  Redirects redirects_;
   std::optional<HttpResponseHead> head_;
   std::string body_;
 };
@@ -46,8 +50,8 @@ class DataDelegate final : public HttpDelegate {
 }  // namespace
 
 std::shared_ptr<HttpCall> startDataRequest(HttpTransport& transport, HttpRequest request,
-                                           std::function<void(DataResult)> completion) {
-  return transport.start(std::move(request), std::make_shared<DataDelegate>(std::move(completion)));
+                                           std::function<void(DataResult)> completion, Redirects redirects) {
+  return transport.start(std::move(request), std::make_shared<DataDelegate>(std::move(completion), redirects));
 }
 
 }  // namespace velora

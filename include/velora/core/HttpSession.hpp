@@ -26,8 +26,9 @@ class HttpSession {
     return transport_->start(prepare(std::move(request)), std::move(delegate));
   }
   /// A data request; `completion` runs once on the transport's I/O thread.
-  std::shared_ptr<HttpCall> data(HttpRequest request, std::function<void(DataResult)> completion) const {
-    return startDataRequest(*transport_, prepare(std::move(request)), std::move(completion));
+  std::shared_ptr<HttpCall> data(HttpRequest request, std::function<void(DataResult)> completion,
+                                 Redirects redirects = Redirects::follow) const {
+    return startDataRequest(*transport_, prepare(std::move(request)), std::move(completion), redirects);
   }
 
  private:

@@ -118,10 +118,13 @@ struct DataResult {
   std::optional<TransportError> error;
 };
 
+enum class Redirects { follow, stop };
+
 /// Starts a request whose body is collected in memory. `completion` runs once, on the transport's
-/// I/O thread.
+/// I/O thread. With Redirects::stop a 3xx answer is the result instead of being followed.
 std::shared_ptr<HttpCall> startDataRequest(HttpTransport& transport, HttpRequest request,
-                                           std::function<void(DataResult)> completion);
+                                           std::function<void(DataResult)> completion,
+                                           Redirects redirects = Redirects::follow);
 
 struct CurlTransportOptions {
   /// Requests that may run at once besides the open streams; sizes the connection cache.
