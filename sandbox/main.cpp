@@ -8,6 +8,8 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -15,14 +17,25 @@
 
 namespace {
 
+// Lists the demo accounts by name only: the program prints no password or secret.
 constexpr const char* kUsage =
-    "Usage: velora-sandbox [--port N] [--host ADDRESS] [--no-test-routes]\n"
+    "Usage: velora-sandbox [--port N] [--host ADDRESS] [--no-test-routes] [--realm NAME]\n"
+    "                      [--access-token-lifetime SECONDS] [--refresh-token-lifetime SECONDS]\n"
+    "                      [--auto-login USER]\n"
     "\n"
-    "Serves the Velora sandbox platform until SIGTERM or SIGINT.\n"
-    "  --port N          port to listen on; 0 picks a free one (default 0)\n"
-    "  --host ADDRESS    address to bind (default 127.0.0.1)\n"
-    "  --no-test-routes  leave out the /test/... routes\n"
-    "  --help            show this help\n";
+    "Serves the Velora sandbox platform and its identity realm until SIGTERM or SIGINT.\n"
+    "  --port N                          port to listen on; 0 picks a free one (default 0)\n"
+    "  --host ADDRESS                    address to bind (default 127.0.0.1)\n"
+    "  --no-test-routes                  leave out the /test/... routes\n"
+    "  --realm NAME                      serve the realm at /realms/NAME (default velora)\n"
+    "  --access-token-lifetime SECONDS   how long access tokens live (default 300)\n"
+    "  --refresh-token-lifetime SECONDS  how long refresh tokens live (default 1800)\n"
+    "  --auto-login USER                 log USER in at once instead of showing the login page\n"
+    "  --help                            show this help\n"
+    "\n"
+    "Platform routes outside /api/v1/public/ need an access token from the realm.\n"
+    "Demo users: demo, alice. Clients: velora-app (public), velora-guest (confidential).\n"
+    "Their passwords and the guest secret are listed in docs/sandbox.md.\n";
 
 int usageError(const std::string& message) {
   std::cerr << "velora-sandbox: " << message << "\n"
@@ -30,14 +43,14 @@ int usageError(const std::string& message) {
   return 2;
 }
 
-bool parsePort(std::string_view text, int& port) {
+bool parseNumber(std::string_view text, int min, int max, int& out) {
   int value = 0;
   const auto* end = text.data() + text.size();
   const auto [ptr, ec] = std::from_chars(text.data(), end, value);
-  if (text.empty() || ec != std::errc() || ptr != end || value < 0 || value > 65535) {
+  if (text.empty() || ec != std::errc() || ptr != end || value < min || value > max) {
     return false;
   }
-  port = value;
+  out = value;
   return true;
 }
 
@@ -53,7 +66,9 @@ int main(int argc, char** argv) {
     }
     if (arg == "--no-test-routes") {
       options.testRoutes = false;
-    } else if (arg == "--port" || arg == "--host") {
+    } else if (arg == "--port" || arg == "--host" || arg == "--realm" ||
+               arg == "--access-token-lifetime" || arg == "--refresh-token-lifetime" ||
+               arg == "--auto-login") {
       if (i + 1 >= argc) {
         return usageError(std::string(arg) + " needs a value");
       }
@@ -63,9 +78,21 @@ int main(int argc, char** argv) {
           return usageError("--host needs a non-empty address");
         }
         options.host = value;
-      } else if (!parsePort(value, options.port)) {
-        return usageError("--port needs a number from 0 to 65535, not '" + std::string(value) +
-                          "'");
+      } else if (arg == "--realm") {
+        options.realm = value;
+      } else if (arg == "--auto-login") {
+        options.autoLoginUser = std::string(value);
+      } else if (arg == "--port") {
+        if (!parseNumber(value, 0, 65535, options.port)) {
+          return usageError("--port needs a number from 0 to 65535, not '" + std::string(value) +
+                            "'");
+        }
+      } else if (!parseNumber(value, 1, std::numeric_limits<int>::max(),
+                              arg == "--access-token-lifetime"
+                                  ? options.accessTokenLifetimeSeconds
+                                  : options.refreshTokenLifetimeSeconds)) {
+        return usageError(std::string(arg) + " needs a positive number of seconds, not '" +
+                          std::string(value) + "'");
       }
     } else {
       return usageError("unknown argument '" + std::string(arg) + "'");
@@ -89,11 +116,19 @@ int main(int argc, char** argv) {
 
   try {
     velora::sandbox::Sandbox sandbox(options);
-    std::cout << "velora-sandbox listening on " << sandbox.baseUrl() << std::endl;
+    // Scripts read the address from the first line; it must stay first and unchanged.
+    std::cout << "velora-sandbox listening on " << sandbox.baseUrl() << "\n"
+              << "identity realm at " << sandbox.realmUrl()
+              << (options.autoLoginUser ? " (logs " + *options.autoLoginUser + " in at once)" : "")
+              << std::endl;
     int received = 0;
     while (sigwait(&stopSignals, &received) != 0) {
     }
     sandbox.stop();
+  } catch (const std::invalid_argument& e) {  // options that parse but make no sense
+    std::cerr << e.what() << "\n"
+              << "Try 'velora-sandbox --help'.\n";
+    return 2;
   } catch (const std::exception& e) {
     std::cerr << e.what() << "\n";
     return 1;

@@ -34,7 +34,8 @@ trap 'exit 130' INT TERM
 
 export XDG_CONFIG_HOME="$state/config" XDG_DATA_HOME="$state/data"
 # Settings from the caller's environment would change what the demo shows.
-unset VELORA_ENDPOINT VELORA_TIMEOUT VELORA_VERBOSE VELORA_JSON
+unset VELORA_ENDPOINT VELORA_TIMEOUT VELORA_VERBOSE VELORA_JSON VELORA_PASSWORD \
+  VELORA_DISCOVER_URL VELORA_CLIENT_ID VELORA_GUEST_CLIENT_ID VELORA_GUEST_SECRET VELORA_REDIRECT_URI
 
 # The sandbox announces its address on its first line of output.
 mkfifo "$state/sandbox.out"
@@ -69,8 +70,14 @@ step() {
 
 velora="$bin_dir/velora"
 step "$velora" --endpoint "$url" check
+# The platform's other routes want a session: the guest login gives one, and each later run
+# resumes it from the client's state instead of logging in again.
+step "$velora" login guest
+step "$velora" status
 step "$velora" device-config
 step "$velora" device-config --tagid demo-tag-01 --json
+step "$velora" logout
+step "$velora" status
 step "$velora" log show
 step "$velora" log clear
 

@@ -2,19 +2,48 @@
 
 #include <cstdio>
 
-#include "SandboxInternal.hpp"
+#include "Realm.hpp"
+#include "velora_sandbox/Sandbox.hpp"
 
 namespace velora::sandbox::detail {
 namespace {
 
 using nlohmann::json;
 
-// Any non-empty token is accepted: the sandbox checks that the client sends one, not who it is.
-bool hasBearerToken(const httplib::Request& req) {
+constexpr std::string_view kPublicPrefix = "/api/v1/public/";
+
+// The token of an "Authorization: Bearer TOKEN" header (the scheme in any case); empty for no
+// header or another scheme.
+std::string bearerToken(const httplib::Request& req) {
   const std::string value = req.get_header_value("Authorization");
-  constexpr std::size_t kSchemeLength = 7;  // "Bearer ", whose case does not matter
-  return lowerCase(value.substr(0, kSchemeLength)) == "bearer " &&
-         value.find_first_not_of(" \t", kSchemeLength) != std::string::npos;
+  constexpr std::size_t kSchemeLength = 7;  // "Bearer "
+  if (lowerCase(value.substr(0, kSchemeLength)) != "bearer ") {
+    return {};
+  }
+  const auto begin = value.find_first_not_of(" \t", kSchemeLength);
+  if (begin == std::string::npos) {
+    return {};
+  }
+  return value.substr(begin, value.find_last_not_of(" \t") + 1 - begin);
+}
+
+// Like the platform's gateway, every route outside the public prefix checks the caller's token
+// before anything else, so a route added later is guarded unless it is deliberately public.
+void addRoute(Router& router, const Realm& realm, std::string method, const std::string& path,
+              RouteHandler handler) {
+  if (path.starts_with(kPublicPrefix)) {
+    router.add(std::move(method), path, std::move(handler));
+    return;
+  }
+  router.add(std::move(method), path,
+             [&realm, handler = std::move(handler)](const httplib::Request& req,
+                                                    httplib::Response& res, const std::smatch& m) {
+               if (!realm.isLiveAccessToken(bearerToken(req))) {
+                 sendMessage(res, 401, "Unauthorized: a valid bearer token is required");
+                 return;
+               }
+               handler(req, res, m);
+             });
 }
 
 void serveImage(httplib::Response& res, const std::string& name) {
@@ -74,29 +103,56 @@ void deviceConfiguration(const httplib::Request& req, httplib::Response& res) {
               {"tOFF", 0.9}}}});
 }
 
+// QR codes that hand out a user's background-login credentials. An expiration of -1 never
+// expires; 0 lies in the past, which lets the demo show what an app does with stale ones.
+void scanLoginCode(const httplib::Request& req, httplib::Response& res) {
+  struct LoginCode {
+    std::string_view code;
+    const char* username;
+    const char* password;
+    int expiration;
+  };
+  static constexpr LoginCode kCodes[] = {
+      {demo::kLoginCode, demo::kUser, demo::kPassword, -1},
+      {demo::kAliceLoginCode, demo::kAliceUser, demo::kAlicePassword, -1},
+      {demo::kExpiredLoginCode, demo::kUser, demo::kPassword, 0},
+  };
+  const std::string code = req.get_param_value("code");
+  for (const auto& entry : kCodes) {
+    if (entry.code == code) {
+      sendJson(res, 200,
+               {{"username", entry.username},
+                {"password", entry.password},
+                {"expiration", entry.expiration}});
+      return;
+    }
+  }
+  sendMessage(res, 404, "Unknown login code");
+}
+
 }  // namespace
 
-void addPlatformRoutes(Router& router) {
-  router.add("GET", "/api/v1/public/diagnostic/check",
-             [](const httplib::Request&, httplib::Response& res, const std::smatch&) {
-               sendMessage(res, 200, "Velora sandbox is up");
-             });
-  router.add("POST", "/api/v1/device/ios/conf",
-             [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-               deviceConfiguration(req, res);
-             });
-  router.add("GET", "/api/v1/public/image/([^/]+)",
-             [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
-               serveImage(res, m[1].str());
-             });
-  router.add("GET", "/api/v1/image/([^/]+)",
-             [](const httplib::Request& req, httplib::Response& res, const std::smatch& m) {
-               if (!hasBearerToken(req)) {
-                 sendMessage(res, 401, "Unauthorized");
-                 return;
-               }
-               serveImage(res, m[1].str());
-             });
+void addPlatformRoutes(Router& router, const Realm& realm) {
+  addRoute(router, realm, "GET", "/api/v1/public/diagnostic/check",
+           [](const httplib::Request&, httplib::Response& res, const std::smatch&) {
+             sendMessage(res, 200, "Velora sandbox is up");
+           });
+  addRoute(router, realm, "POST", "/api/v1/device/ios/conf",
+           [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
+             deviceConfiguration(req, res);
+           });
+  addRoute(router, realm, "GET", "/api/v1/public/image/([^/]+)",
+           [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
+             serveImage(res, m[1].str());
+           });
+  addRoute(router, realm, "GET", "/api/v1/image/([^/]+)",
+           [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
+             serveImage(res, m[1].str());
+           });
+  addRoute(router, realm, "GET", "/api/lgnm/v1/scan",
+           [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
+             scanLoginCode(req, res);
+           });
 }
 
 }  // namespace velora::sandbox::detail

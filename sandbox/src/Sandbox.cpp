@@ -20,6 +20,7 @@
 #include <thread>
 #include <utility>
 
+#include "Realm.hpp"
 #include "SandboxInternal.hpp"
 
 namespace velora::sandbox {
@@ -56,6 +57,18 @@ void validate(const SandboxOptions& options) {
         "velora-sandbox: threads and keepAliveMaxCount must be positive, "
         "keepAliveTimeoutSeconds not negative");
   }
+  if (!detail::isValidRealmName(options.realm)) {
+    throw std::invalid_argument("velora-sandbox: the realm name must be letters, digits, '.', '_' "
+                                "and '-'");
+  }
+  if (options.accessTokenLifetimeSeconds < 1 || options.refreshTokenLifetimeSeconds < 1) {
+    throw std::invalid_argument("velora-sandbox: token lifetimes must be at least one second");
+  }
+}
+
+detail::RealmSettings realmSettings(const SandboxOptions& options) {
+  return {options.realm, std::chrono::seconds(options.accessTokenLifetimeSeconds),
+          std::chrono::seconds(options.refreshTokenLifetimeSeconds), options.autoLoginUser};
 }
 
 }  // namespace
@@ -63,6 +76,8 @@ void validate(const SandboxOptions& options) {
 struct Sandbox::Impl {
   SandboxOptions options;
   httplib::Server server;
+  // Before the router, whose routes refer to it.
+  detail::Realm realm;
   detail::Router router;
   std::atomic<bool> stopping{false};
   std::atomic<bool> listenerDone{false};
@@ -77,8 +92,9 @@ struct Sandbox::Impl {
   std::atomic<std::size_t> inFlight{0};
   std::atomic<std::size_t> peakInFlight{0};
 
-  explicit Impl(SandboxOptions opts) : options(std::move(opts)) {}
+  explicit Impl(SandboxOptions opts) : options(std::move(opts)), realm(realmSettings(options)) {}
 
+  std::string url() const;
   void configure();
   void bindAndListen();
   void record(const httplib::Request& req);
@@ -86,8 +102,13 @@ struct Sandbox::Impl {
   void stop();
 };
 
+std::string Sandbox::Impl::url() const {
+  return "http://" + hostForUrl(options.host) + ":" + std::to_string(port);
+}
+
 void Sandbox::Impl::configure() {
-  detail::addPlatformRoutes(router);
+  detail::addRealmRoutes(router, realm);
+  detail::addPlatformRoutes(router, realm);
   if (options.testRoutes) {
     detail::addTestRoutes(router, stopping);
   }
@@ -144,6 +165,8 @@ void Sandbox::Impl::bindAndListen() {
     throw std::runtime_error("velora-sandbox: cannot listen on " + options.host + ":" +
                              std::to_string(port));
   }
+
+  realm.setServerUrl(url());
 
   listener = std::thread([this] {
     server.listen_after_bind();
@@ -218,9 +241,7 @@ Sandbox::~Sandbox() { stop(); }
 
 int Sandbox::port() const { return impl_->port; }
 
-std::string Sandbox::baseUrl() const {
-  return "http://" + hostForUrl(impl_->options.host) + ":" + std::to_string(impl_->port);
-}
+std::string Sandbox::baseUrl() const { return impl_->url(); }
 
 void Sandbox::stop() {
   if (impl_) {
@@ -253,5 +274,21 @@ void Sandbox::clearRecordedRequests() {
 }
 
 std::size_t Sandbox::peakConcurrency() const { return impl_->peakInFlight; }
+
+std::string Sandbox::realmUrl() const { return impl_->realm.url(); }
+
+void Sandbox::setAutoLogin(std::optional<std::string> username) {
+  impl_->realm.setAutoLoginUser(std::move(username));
+}
+
+void Sandbox::revokeAllTokens() { impl_->realm.revokeAll(); }
+
+std::size_t Sandbox::liveTokenCount() const { return impl_->realm.liveTokenCount(); }
+
+std::string Sandbox::issueAccessToken(const std::string& username) {
+  return impl_->realm.issueAccessToken(username);
+}
+
+void Sandbox::advanceClock(std::chrono::seconds by) { impl_->realm.advanceClock(by); }
 
 }  // namespace velora::sandbox

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
@@ -14,6 +15,8 @@
 #include <vector>
 
 namespace velora::sandbox::detail {
+
+class Realm;
 
 /// A handler gets the captures of its path pattern; [1] is the first group.
 using RouteHandler =
@@ -53,6 +56,18 @@ std::string rawQuery(const httplib::Request& req);
 bool parseInt(std::string_view text, long long min, long long max, long long& out);
 std::uint64_t fnv1a64(std::string_view data);
 
+/// Decodes %XX escapes, and '+' as a space when `plusIsSpace`. A '%' that is not followed by
+/// two hex digits is kept as it is rather than failing the whole request.
+std::string percentDecode(std::string_view text, bool plusIsSpace);
+/// Encodes every byte but letters, digits and "-._~", for a query value.
+std::string percentEncode(std::string_view text);
+using FormFields = std::map<std::string, std::string>;
+/// An application/x-www-form-urlencoded body. A name given twice keeps its first value.
+FormFields parseForm(std::string_view body);
+/// The request's body as a form; empty when the body is declared as anything else.
+FormFields formBody(const httplib::Request& req);
+std::string htmlEscape(std::string_view text);
+
 struct DemoImage {
   std::string_view name;
   std::string_view contentType;
@@ -61,7 +76,10 @@ struct DemoImage {
 /// nullptr when there is no demo image of that name.
 const DemoImage* findDemoImage(std::string_view name);
 
-void addPlatformRoutes(Router& router);
+/// The platform's private routes accept only live access tokens from `realm`.
+void addPlatformRoutes(Router& router, const Realm& realm);
+/// Discovery, login, token and logout endpoints under /realms/NAME.
+void addRealmRoutes(Router& router, Realm& realm);
 /// `stopping` lets delayed answers give up early so that stopping the server is not held up.
 void addTestRoutes(Router& router, const std::atomic<bool>& stopping);
 

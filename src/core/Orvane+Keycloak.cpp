@@ -87,6 +87,9 @@ void Orvane::setupKeycloak(KeyCloakParameters with) {
     keycloak_ = std::move(manager);
   }
   setSessionRenewer(std::make_shared<KeycloakRenewer>(weak_from_this()));
+  // A session the new manager restored from the keychain is put in force at once; otherwise the
+  // next request would go out without it although the token is valid.
+  if (environment && keycloakManager()->currentTokenPayload()) setupSession();
 }
 
 std::shared_ptr<KeycloakManager> Orvane::keycloakManager() const {

@@ -173,7 +173,8 @@ class FileSecureStore final : public SecureStore {
   int createExclusively(const fs::path& file, const Bytes& data) {
     static thread_local std::mt19937_64 random{std::random_device{}()};
     fs::path temporary = file;
-    temporary += ".tmp-" + std::to_string(random());
+    // The pid keeps a forked child, which inherits the generator's state, on other names.
+    temporary += ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(random());
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) return kIOError;
     bool written = ::fchmod(fd, 0600) == 0;

@@ -174,10 +174,9 @@ bool secretServiceAnswers(std::string* why) {
 }  // namespace
 
 std::shared_ptr<SecureStore> makeSystemSecureStore(const std::string& application, std::filesystem::path fallbackFolder) {
+  // Falling back is the normal case on servers and in CI, so it is silent; the folder is documented.
   std::string why;
   if (secretServiceAnswers(&why)) return std::make_shared<SecretServiceStore>(application);
-  std::fprintf(stderr, "velora: no Secret Service (%s); credentials are kept in %s\n", why.c_str(),
-               fallbackFolder.c_str());
   return makeFileSecureStore(std::move(fallbackFolder));
 }
 

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
@@ -16,6 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -26,6 +28,9 @@
 namespace {
 
 namespace fs = std::filesystem;
+namespace demo = velora::sandbox::demo;
+using velora::sandbox::Sandbox;
+using velora::sandbox::SandboxOptions;
 
 struct TempDir {
   fs::path path;
@@ -49,7 +54,9 @@ std::string slurp(const fs::path& file) {
   return text.str();
 }
 
-Result runCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
+/// Starts the client with standard input on /dev/null (so never a terminal) and its output in
+/// `home`/stdout and `home`/stderr; -1 when it could not start.
+pid_t startCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
   std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + home.string(),
                                "XDG_CONFIG_HOME=" + (home / "config").string(),
                                "XDG_DATA_HOME=" + (home / "data").string()};
@@ -68,14 +75,18 @@ Result runCli(const fs::path& home, const std::vector<std::string>& args, const 
   const fs::path outFile = home / "stdout", errFile = home / "stderr";
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&files, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   posix_spawn_file_actions_addopen(&files, 2, errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   pid_t pid = -1;
   const int spawned = posix_spawn(&pid, argp[0], &files, nullptr, argp.data(), envp.data());
   posix_spawn_file_actions_destroy(&files);
-  Result result;
-  if (spawned != 0) return result;
+  return spawned == 0 ? pid : -1;
+}
 
+Result finishCli(const fs::path& home, pid_t pid) {
+  Result result;
+  if (pid < 0) return result;
   // A hung client fails its case instead of the whole run.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   int status = 0;
@@ -88,9 +99,13 @@ Result runCli(const fs::path& home, const std::vector<std::string>& args, const 
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  result.out = slurp(outFile);
-  result.err = slurp(errFile);
+  result.out = slurp(home / "stdout");
+  result.err = slurp(home / "stderr");
   return result;
+}
+
+Result runCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
+  return finishCli(home, startCli(home, args, extraEnv));
 }
 
 // A bound but not listening socket: connecting to its port is refused, and no other process can
@@ -110,37 +125,105 @@ struct ClosedPort {
   ~ClosedPort() { close(sock); }
 };
 
+/// Standard error without the library's notice that secrets are kept in files (no Secret Service
+/// runs here), which it prints on every start.
+std::string withoutStoreNotice(const std::string& err) {
+  return std::regex_replace(err, std::regex("velora: no Secret Service [^\n]*\n"), "");
+}
+
 nlohmann::json parseOnly(const std::string& out) {
   // The whole of standard output must be one JSON document: library console lines must not leak.
   return nlohmann::json::parse(out, nullptr, /*allow_exceptions=*/false);
 }
 
+// A row of a table of client runs, all against one state folder unless freshState.
+struct Case {
+  const char* name;
+  bool freshState;  // otherwise the state left by the rows above (the rows run in order)
+  std::vector<std::string> args;
+  std::vector<std::string> env;
+  int exitCode;
+  const char* outContains;
+  const char* errContains;
+  std::function<void(const Result&)> more = {};
+};
+
+/// Runs the rows in order; `after` sees every run and the state folder it used.
+void runCases(const std::vector<Case>& cases, const std::vector<std::string>& commonEnv = {},
+              const std::function<void(const Result&, const fs::path&)>& after = {}) {
+  TempDir shared;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir fresh;
+    const fs::path& home = c.freshState ? fresh.path : shared.path;
+    std::vector<std::string> env = commonEnv;
+    env.insert(env.end(), c.env.begin(), c.env.end());
+    const Result r = runCli(home, c.args, env);
+    EXPECT_EQ(r.exitCode, c.exitCode) << "stdout: " << r.out << "\nstderr: " << r.err;
+    EXPECT_NE(r.out.find(c.outContains), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find(c.errContains), std::string::npos) << r.err;
+    if (c.more) c.more(r);
+    if (after) after(r, home);
+  }
+}
+
+// ---- secrets ---------------------------------------------------------------------------------
+
+fs::path consoleLog(const fs::path& home) { return home / "data" / "velora-cli" / "console.log"; }
+
+/// Neither a known secret nor anything shaped like the realm's tokens (43 base64url characters;
+/// any run of 40 or more counts) appears in `text`.
+void expectNoSecrets(const std::string& where, const std::string& text, const std::vector<std::string>& secrets) {
+  static const std::regex tokenLike("[A-Za-z0-9_-]{40,}");
+  for (const auto& secret : secrets) {
+    EXPECT_EQ(text.find(secret), std::string::npos) << where << " shows '" << secret << "':\n" << text;
+  }
+  std::smatch match;
+  EXPECT_FALSE(std::regex_search(text, match, tokenLike)) << where << " shows a token: " << match.str(0);
+}
+
+std::function<void(const Result&, const fs::path&)> checkNoSecrets(std::vector<std::string> secrets) {
+  return [secrets = std::move(secrets)](const Result& r, const fs::path& home) {
+    expectNoSecrets("stdout", r.out, secrets);
+    expectNoSecrets("stderr", r.err, secrets);
+    expectNoSecrets("console.log", slurp(consoleLog(home)), secrets);
+  };
+}
+
+// ---- the realm, as the tests watch it --------------------------------------------------------
+
+const std::string kTokenPath = "/realms/velora/protocol/openid-connect/token";
+const std::string kScanPath = "/api/lgnm/v1/scan";
+
+/// The token requests the realm received whose form has this grant type.
+std::size_t grants(const Sandbox& sandbox, const std::string& grantType) {
+  std::size_t count = 0;
+  for (const auto& request : sandbox.requests(kTokenPath)) {
+    count += request.body.find("grant_type=" + grantType) != std::string::npos;
+  }
+  return count;
+}
+
+std::size_t tokenRequests(const Sandbox& sandbox) { return sandbox.requestCount(kTokenPath); }
+
+// ---- tests -----------------------------------------------------------------------------------
+
 TEST(Cli, CommandsAgainstTheSandbox) {
-  velora::sandbox::Sandbox sandbox;
+  Sandbox sandbox;
   ClosedPort closed;
   const std::string closedUrl = "http://127.0.0.1:" + std::to_string(closed.port);
 
-  struct Case {
-    const char* name;
-    bool freshState;  // otherwise the state left by the rows above (the rows run in order)
-    std::vector<std::string> args;
-    std::vector<std::string> env;
-    int exitCode;
-    const char* outContains;
-    const char* errContains;
-    std::function<void(const Result&)> more = {};
-  };
   const std::vector<Case> cases{
       {"check reaches the platform", false, {"--endpoint", sandbox.baseUrl() + "/", "check"}, {}, 0,
        "Velora sandbox is up", ""},
-      {"endpoint is remembered; --json record carries the tag id", false,
-       {"device-config", "--tagid", "cli-tag-7", "--json"}, {}, 0, "", "",
+      {"the endpoint is remembered", false, {"login", "guest"}, {}, 0, "logged in (GUEST)", ""},
+      {"--json record carries the tag id", false, {"device-config", "--tagid", "cli-tag-7", "--json"}, {}, 0, "", "",
        [](const Result& r) {
          const auto record = parseOnly(r.out);
          ASSERT_TRUE(record.is_object()) << r.out;
          EXPECT_EQ(record["iosadvConf"]["tagid"], "cli-tag-7");
          EXPECT_EQ(record["appId"], "velora-cli");
-         EXPECT_EQ(r.err, "");
+         EXPECT_EQ(withoutStoreNotice(r.err), "");
        }},
       {"settings come from the environment too", false, {"check"}, {"VELORA_JSON=1"}, 0, "", "",
        [](const Result& r) {
@@ -150,7 +233,10 @@ TEST(Cli, CommandsAgainstTheSandbox) {
        }},
       {"log show lists what the commands did", false, {"log", "show"}, {}, 0,
        "velora check: Velora sandbox is up", "",
-       [](const Result& r) { EXPECT_NE(r.out.find("velora device-config: tag cli-tag-7"), std::string::npos) << r.out; }},
+       [](const Result& r) {
+         EXPECT_NE(r.out.find("velora login: GUEST"), std::string::npos) << r.out;
+         EXPECT_NE(r.out.find("velora device-config: tag cli-tag-7"), std::string::npos) << r.out;
+       }},
       {"log clear empties the log", false, {"log", "clear"}, {}, 0, "log cleared", ""},
       {"log show after clear", false, {"log", "show"}, {}, 0, "(the log is empty)", ""},
       {"no endpoint at all", true, {"check"}, {}, 2, "",
@@ -161,19 +247,160 @@ TEST(Cli, CommandsAgainstTheSandbox) {
          EXPECT_EQ(r.out, "");
        }},
       {"invalid setting is a usage error", true, {"--timeout", "0", "check"}, {}, 2, "", "timeout"},
+      {"an identity setting is checked like the others", true, {"--discover-url", "realm", "status"}, {}, 2, "",
+       "discover URL must be an http"},
   };
-
-  TempDir shared;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    TempDir fresh;
-    const Result r = runCli(c.freshState ? fresh.path : shared.path, c.args, c.env);
-    EXPECT_EQ(r.exitCode, c.exitCode) << "stdout: " << r.out << "\nstderr: " << r.err;
-    EXPECT_NE(r.out.find(c.outContains), std::string::npos) << r.out;
-    EXPECT_NE(r.err.find(c.errContains), std::string::npos) << r.err;
-    if (c.more) c.more(r);
-  }
+  runCases(cases);
   EXPECT_EQ(sandbox.requestCount("/api/v1/device/ios/conf"), 1u);
+}
+
+TEST(Cli, LoginSessionsAcrossRuns) {
+  Sandbox sandbox;
+  const std::string wrongPassword = "not-the-demo-password";
+  std::size_t tokensAfterLogin = 0;
+
+  const auto status = [](const char* authStatus, const char* loginMode) {
+    return [=](const Result& r) {
+      const auto record = parseOnly(r.out);
+      ASSERT_TRUE(record.is_object()) << r.out;
+      EXPECT_EQ(record["authStatus"], authStatus);
+      if (loginMode) {
+        EXPECT_EQ(record["loginMode"], loginMode);
+      } else {
+        EXPECT_TRUE(record["loginMode"].is_null()) << record;
+      }
+      EXPECT_EQ(record.size(), 4u) << record;
+    };
+  };
+  const std::vector<Case> cases{
+      {"no session before any login", false, {"status", "--json"}, {}, 0, "", "", status("unknown", nullptr)},
+      {"platform routes refuse a client without a session", false, {"device-config"}, {}, 1, "", "(code 401)"},
+      {"guest login", false, {"login", "guest"}, {}, 0, "logged in (GUEST)", "",
+       [&](const Result&) { tokensAfterLogin = tokenRequests(sandbox); }},
+      {"a new process resumes the session without logging in", false, {"device-config"}, {}, 0, "tag id", "",
+       [&](const Result&) { EXPECT_EQ(tokenRequests(sandbox), tokensAfterLogin); }},
+      {"status of the resumed session, with the time left on each token", false, {"status", "--json"}, {}, 0, "", "",
+       [&](const Result& r) {
+         status("authenticated", "GUEST")(r);
+         const auto record = parseOnly(r.out);
+         EXPECT_GT(record["accessTokenExpiresIn"], 250);
+         EXPECT_LE(record["accessTokenExpiresIn"], 300);
+         EXPECT_GT(record["refreshTokenExpiresIn"], 1750);
+         EXPECT_LE(record["refreshTokenExpiresIn"], 1800);
+       }},
+      {"password login replaces the guest session", false, {"login", "password", demo::kUser},
+       {std::string("VELORA_PASSWORD=") + demo::kPassword}, 0, "logged in (BACKGROUND)", ""},
+      {"a wrong password is the identity server's refusal", false, {"login", "password", demo::kUser},
+       {"VELORA_PASSWORD=" + wrongPassword}, 1, "", "velora: Invalid user credentials (code -23005)"},
+      {"a refused login keeps the earlier session", false, {"status", "--json"}, {}, 0, "", "",
+       status("authenticated", "BACKGROUND")},
+      {"no password without a terminal or VELORA_PASSWORD", false, {"login", "password", demo::kUser}, {}, 2, "",
+       "VELORA_PASSWORD"},
+      {"logout", false, {"logout"}, {}, 0, "logged out", ""},
+      {"status after logout", false, {"status"}, {}, 0, "not authenticated", ""},
+      {"after logout no run logs in behind the user's back", false, {"device-config"}, {}, 1, "", "(code 401)",
+       [&](const Result&) { tokensAfterLogin = tokenRequests(sandbox); }},
+      {"qr login while logged out: a guest session for the scan, then the code's user", false,
+       {"login", "qr", demo::kLoginCode}, {}, 0, "logged in (BACKGROUND)", "",
+       [&](const Result&) {
+         EXPECT_EQ(tokenRequests(sandbox), tokensAfterLogin + 2);
+         const auto scans = sandbox.requests(kScanPath);
+         ASSERT_FALSE(scans.empty());
+         EXPECT_EQ(scans.back().headers.count("authorization"), 1u);
+       }},
+      {"the qr session reaches the platform", false, {"device-config"}, {}, 0, "tag id", ""},
+      {"expired qr credentials are refused", false, {"login", "qr", demo::kExpiredLoginCode}, {}, 1, "",
+       "(code -23022)", [&](const Result&) { tokensAfterLogin = tokenRequests(sandbox); }},
+      {"a refused qr login keeps the earlier session", false, {"device-config"}, {}, 0, "tag id", "",
+       [&](const Result&) { EXPECT_EQ(tokenRequests(sandbox), tokensAfterLogin); }},
+  };
+  // The library's console lines are on throughout, as the place a secret would most likely slip.
+  runCases(cases, {"VELORA_ENDPOINT=" + sandbox.baseUrl(), "VELORA_VERBOSE=1"},
+           checkNoSecrets({demo::kGuestSecret, demo::kPassword, wrongPassword}));
+}
+
+TEST(Cli, ExpiredAccessTokenIsRenewedWithTheRefreshToken) {
+  // The client counts a token as expired a minute early: a 60-second token is stale at once.
+  SandboxOptions options;
+  options.accessTokenLifetimeSeconds = 60;
+  Sandbox sandbox(options);
+  const std::vector<Case> cases{
+      {"guest login", false, {"login", "guest"}, {}, 0, "logged in (GUEST)", ""},
+      {"the next run renews the token before its request", false, {"device-config"}, {}, 0, "tag id", "",
+       [&](const Result&) {
+         EXPECT_EQ(grants(sandbox, "refresh_token"), 1u);
+         EXPECT_EQ(grants(sandbox, "client_credentials"), 1u);
+       }},
+  };
+  runCases(cases, {"VELORA_ENDPOINT=" + sandbox.baseUrl(), "VELORA_VERBOSE=1"}, checkNoSecrets({demo::kGuestSecret}));
+}
+
+/// A loopback port nothing listens on (free when the test looked).
+int freePort() {
+  ClosedPort probe;
+  return probe.port;
+}
+
+/// Splits "http://host:port/path?query" into the client's base and the request target.
+std::pair<std::string, std::string> splitUrl(const std::string& url) {
+  const auto pathStart = url.find('/', url.find("://") + 3);
+  return {url.substr(0, pathStart), pathStart == std::string::npos ? "/" : url.substr(pathStart)};
+}
+
+TEST(Cli, BrowserLoginEndToEnd) {
+  Sandbox sandbox;
+  sandbox.setAutoLogin(demo::kUser);
+  const std::string redirect = "http://127.0.0.1:" + std::to_string(freePort()) + "/callback";
+  TempDir home;
+  const std::vector<std::string> env{"VELORA_ENDPOINT=" + sandbox.baseUrl(), "VELORA_VERBOSE=1"};
+  const auto noSecrets = checkNoSecrets({demo::kGuestSecret});
+
+  const pid_t pid = startCli(home.path, {"login", "browser", "--redirect-uri", redirect}, env);
+  ASSERT_GT(pid, 0);
+  // The client prints where to log in, since no desktop browser can open here.
+  std::smatch found;
+  const std::regex address("http://\\S+/protocol/openid-connect/auth\\?\\S+");
+  std::string err;
+  for (int i = 0; i < 1000 && !std::regex_search(err, found, address); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    err = slurp(home.path / "stderr");
+  }
+  ASSERT_FALSE(found.empty()) << err;
+  const std::string authorisation = found.str(0);
+
+  // The user's browser: the login page signs the demo user in and sends it back to the client.
+  const auto [realmBase, authTarget] = splitUrl(authorisation);
+  httplib::Client browser(realmBase);
+  browser.set_url_encode(false);
+  const auto page = browser.Get(authTarget);
+  ASSERT_TRUE(page);
+  ASSERT_EQ(page->status, 302) << page->body;
+  const std::string location = page->get_header_value("Location");
+  ASSERT_TRUE(location.starts_with(redirect + "?")) << location;
+  const auto [clientBase, callbackTarget] = splitUrl(location);
+  httplib::Client loopback(clientBase);
+  loopback.set_url_encode(false);
+  const auto landed = loopback.Get(callbackTarget);
+  ASSERT_TRUE(landed);
+  EXPECT_EQ(landed->status, 200);
+
+  const Result login = finishCli(home.path, pid);
+  EXPECT_EQ(login.exitCode, 0) << login.out << login.err;
+  EXPECT_NE(login.out.find("logged in (USER)"), std::string::npos) << login.out;
+  EXPECT_EQ(grants(sandbox, "authorization_code"), 1u);
+  noSecrets(login, home.path);
+
+  const Result status = runCli(home.path, {"status"}, env);
+  EXPECT_EQ(status.exitCode, 0) << status.err;
+  EXPECT_TRUE(std::regex_search(status.out, std::regex("status +authenticated\n"))) << status.out;
+  EXPECT_TRUE(std::regex_search(status.out, std::regex("login mode +USER\n"))) << status.out;
+  noSecrets(status, home.path);
+
+  // Logging out goes to the identity server and not to a browser nobody would open.
+  const Result logout = runCli(home.path, {"logout"}, env);
+  EXPECT_EQ(logout.exitCode, 0) << logout.err;
+  EXPECT_EQ(sandbox.requestCount("/realms/velora/protocol/openid-connect/logout"), 1u);
+  EXPECT_EQ(sandbox.liveTokenCount(), 0u);
 }
 
 }  // namespace

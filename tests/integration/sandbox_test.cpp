@@ -55,11 +55,15 @@ std::string rawExchange(int port, const std::string& request) {
 }
 
 httplib::Result request(httplib::Client& client, const std::string& method,
-                        const std::string& target, const std::string& body = {}) {
+                        const std::string& target, const std::string& body = {},
+                        const std::string& bearer = {}) {
   httplib::Request req;
   req.method = method;
   req.path = target;
   req.body = body;
+  if (!bearer.empty()) {
+    req.set_header("Authorization", "Bearer " + bearer);
+  }
   return client.send(req);
 }
 
@@ -187,10 +191,11 @@ TEST(DeviceConfiguration, ValidatesTheRequestAndAnswersTheAdvertisingConfigurati
   };
   Sandbox sandbox;
   httplib::Client client(sandbox.baseUrl());
+  const std::string token = sandbox.issueAccessToken(velora::sandbox::demo::kUser);
   std::string derivedTag;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.body);
-    const auto res = request(client, "POST", "/api/v1/device/ios/conf", c.body);
+    const auto res = request(client, "POST", "/api/v1/device/ios/conf", c.body, token);
     ASSERT_TRUE(res);
     ASSERT_EQ(res->status, c.status);
     const json answer = json::parse(res->body);
@@ -215,15 +220,15 @@ TEST(DeviceConfiguration, ValidatesTheRequestAndAnswersTheAdvertisingConfigurati
     EXPECT_EQ(conf["tON"], 0.1);
     EXPECT_EQ(conf["tOFF"], 0.9);
   }
-  const auto other =
-      request(client, "POST", "/api/v1/device/ios/conf", R"({"appId":"app","uuid":"device-2"})");
+  const auto other = request(client, "POST", "/api/v1/device/ios/conf",
+                             R"({"appId":"app","uuid":"device-2"})", token);
   ASSERT_TRUE(other);
   EXPECT_NE(json::parse(other->body)["iosadvConf"]["tagid"], derivedTag);
 }
 
 TEST(Images, ServeCompleteFilesAndGuardThePrivateRouteWithABearerToken) {
   struct Case {
-    std::string path, authorization;  // authorization empty: none sent
+    std::string path, authorization;  // empty: none sent; "TOKEN" stands for a live one
     int status;
     std::string type, magic;  // magic: the file type's signature, found at `at`
     std::size_t at;
@@ -234,21 +239,27 @@ TEST(Images, ServeCompleteFilesAndGuardThePrivateRouteWithABearerToken) {
       {"/api/v1/public/image/photo.jpg", "", 200, "image/jpeg", "\xff\xd8\xff", 0},
       {"/api/v1/public/image/anim.gif", "", 200, "image/gif", "GIF89a", 0},
       {"/api/v1/public/image/icon.webp", "", 200, "image/webp", "WEBPVP8", 8},
-      {"/api/v1/image/icon.webp", "Bearer t", 200, "image/webp", "WEBPVP8", 8},
-      {"/api/v1/image/photo.jpg", "bearer abc", 200, "image/jpeg", "\xff\xd8\xff", 0},
+      {"/api/v1/image/icon.webp", "Bearer TOKEN", 200, "image/webp", "WEBPVP8", 8},
+      {"/api/v1/image/photo.jpg", "bearer TOKEN", 200, "image/jpeg", "\xff\xd8\xff", 0},
       {"/api/v1/image/logo.png", "", 401, "application/json", R"({"code":401,)", 0},
       {"/api/v1/image/logo.png", "Bearer ", 401, "application/json", R"({"code":401,)", 0},
+      {"/api/v1/image/logo.png", "Bearer abc", 401, "application/json", R"({"code":401,)", 0},
       {"/api/v1/image/logo.png", "Basic dTpw", 401, "application/json", R"({"code":401,)", 0},
-      {"/api/v1/image/nothing.png", "Bearer abc", 404, "application/json", R"({"code":404,)", 0},
+      {"/api/v1/image/nothing.png", "Bearer TOKEN", 404, "application/json", R"({"code":404,)", 0},
       {"/api/v1/public/image/nothing.png", "", 404, "application/json", R"({"code":404,)", 0},
   };
   Sandbox sandbox;
   httplib::Client client(sandbox.baseUrl());
+  const std::string token = sandbox.issueAccessToken(velora::sandbox::demo::kUser);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.path + " / " + c.authorization);
     httplib::Headers headers;
     if (!c.authorization.empty()) {
-      headers.emplace("Authorization", c.authorization);
+      std::string authorization = c.authorization;
+      if (const auto at = authorization.find("TOKEN"); at != std::string::npos) {
+        authorization.replace(at, 5, token);
+      }
+      headers.emplace("Authorization", authorization);
     }
     const auto res = client.Get(c.path, headers);
     ASSERT_TRUE(res);
@@ -319,24 +330,33 @@ TEST(TestRoutes, FollowChainsServeBytesDropConnectionsAndCanBeLeftOut) {
 }
 
 #ifdef VELORA_SANDBOX_PATH
-// The shell reports the program's pid, relays its announcement, then reports its exit status.
+// The shell reports the program's pid, relays its announcements, then reports its exit status.
 TEST(SandboxProgram, AnnouncesItsUrlServesAndExitsCleanlyOnSigterm) {
-  FILE* out = popen("'" VELORA_SANDBOX_PATH "' --port 0 & echo pid=$!; wait $!; echo exit=$?", "r");
+  FILE* out = popen("'" VELORA_SANDBOX_PATH "' --port 0 --auto-login demo & echo pid=$!; wait $!; echo exit=$?", "r");
   ASSERT_NE(out, nullptr);
   const std::string announcement = "velora-sandbox listening on ";
   std::string url;
+  std::string realm;
+  std::string printed;
   pid_t pid = -1;
   char line[256];
-  while ((url.empty() || pid < 0) && fgets(line, sizeof line, out) != nullptr) {
+  while ((url.empty() || realm.empty() || pid < 0) && fgets(line, sizeof line, out) != nullptr) {
     const std::string text(line, std::strcspn(line, "\n"));
+    printed += text + "\n";
     if (text.starts_with("pid=")) {
       pid = std::stoi(text.substr(4));
     } else if (text.starts_with(announcement + "http://127.0.0.1:")) {
       url = text.substr(announcement.size());
+    } else if (text.starts_with("identity realm at ")) {
+      realm = text;
     }
   }
   ASSERT_GT(pid, 0);
   EXPECT_FALSE(url.empty());
+  EXPECT_EQ(realm, "identity realm at " + url + "/realms/velora (logs demo in at once)");
+  for (const char* secret : {velora::sandbox::demo::kPassword, velora::sandbox::demo::kGuestSecret}) {
+    EXPECT_EQ(printed.find(secret), std::string::npos) << printed;
+  }
   httplib::Client client(url.empty() ? "http://127.0.0.1:1" : url);
   const auto res = client.Get("/test/echo");
   EXPECT_TRUE(res && res->status == 200);

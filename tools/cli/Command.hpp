@@ -62,6 +62,7 @@ class CommandSet {
 
 /// Command groups, in the order their commands appear in the help.
 void addPlatformCommands(CommandSet& commands);  // check, device-config
+void addAuthCommands(CommandSet& commands);      // login guest|password|browser|qr, logout, status
 void addLogCommands(CommandSet& commands);       // log show, log clear
 
 }  // namespace velora::cli

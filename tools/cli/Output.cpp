@@ -4,6 +4,8 @@
 #include <cctype>
 #include <sstream>
 
+#include "Secrets.hpp"
+
 namespace velora::cli {
 namespace {
 
@@ -22,7 +24,7 @@ void Output::printJson(const AnyCodable& value) { out_ << redactSecrets(value).d
 
 void Output::printText(std::string_view text) {
   while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  out_ << text << '\n' << std::flush;
+  out_ << maskSecrets(text) << '\n' << std::flush;
 }
 
 std::string fieldLines(const std::vector<std::pair<std::string, std::string>>& rows) {
@@ -46,7 +48,9 @@ AnyCodable redactSecrets(const AnyCodable& value) {
     AnyCodable::Object copy;
     copy.reserve(object->size());
     for (const auto& [key, member] : *object) {
-      copy.emplace_back(key, isSecretKey(key) && !member.isNull() ? AnyCodable("<redacted>") : redactSecrets(member));
+      // Numbers and flags under such names are lifetimes and switches ("expires_in"), not secrets.
+      const bool carriesText = !member.isNull() && !member.number() && !member.as<bool>();
+      copy.emplace_back(key, isSecretKey(key) && carriesText ? AnyCodable(kRedacted) : redactSecrets(member));
     }
     return copy;
   }
@@ -56,6 +60,7 @@ AnyCodable redactSecrets(const AnyCodable& value) {
     for (const auto& element : *array) copy.push_back(redactSecrets(element));
     return copy;
   }
+  if (const auto* text = value.as<std::string>()) return maskSecrets(*text);
   return value;
 }
 

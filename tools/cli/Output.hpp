@@ -45,8 +45,9 @@ std::string fieldLines(const std::vector<std::pair<std::string, std::string>>& r
 /// A number as a person would write it: 0.1, 90, 1.5e-07.
 std::string formatNumber(double value);
 
-/// A copy of `value` whose members named like tokens, passwords or secrets read "<redacted>", so
-/// that results can be pasted into a ticket.
+/// A copy of `value` whose members named like tokens, passwords or secrets read "<redacted>", and
+/// whose texts are masked like any other output (see maskSecrets), so that results can be pasted
+/// into a ticket.
 AnyCodable redactSecrets(const AnyCodable& value);
 
 }  // namespace velora::cli

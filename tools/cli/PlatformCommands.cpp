@@ -4,10 +4,11 @@
 #include <memory>
 
 #include <velora/core/DeviceConfiguration.hpp>
-#include <velora/core/ORVSLogManager.hpp>
 #include <velora/core/ResponseMessage.hpp>
 
 #include "Command.hpp"
+#include "Secrets.hpp"
+#include "Session.hpp"
 
 namespace velora::cli {
 namespace {
@@ -42,9 +43,9 @@ std::string describeConfiguration(const NetworkResponseConfiguration& config) {
 }
 
 void check(Context& ctx) {
-  Orvane& orvane = ctx.orvane();
+  Orvane& orvane = connectWithSession(ctx);
   const ResponseMessage reply = ctx.await("Checking the platform", orvane.checkConnection());
-  ORVSLogManager::log("velora check: " + reply.message.value_or(std::to_string(reply.code)));
+  logEntry("velora check: " + reply.message.value_or(std::to_string(reply.code)));
   ctx.out.show<ResponseMessage>(reply, [&](const auto& r) { return describeCheck(r, orvane.sdkEndpoint()); });
 }
 
@@ -56,9 +57,9 @@ struct DeviceConfigOptions {
 void deviceConfig(Context& ctx, const DeviceConfigOptions& options) {
   std::optional<std::string> tagid;
   if (options.tagidOption->count() > 0) tagid = options.tagid;
-  Orvane& orvane = ctx.orvane();
+  Orvane& orvane = connectWithSession(ctx);
   const auto config = ctx.await("Fetching the device configuration", orvane.getConfiguration(std::move(tagid)));
-  ORVSLogManager::log("velora device-config: tag " + config.iosadvConf.tagid);
+  logEntry("velora device-config: tag " + config.iosadvConf.tagid);
   ctx.out.show<NetworkResponseConfiguration>(config, describeConfiguration);
 }
 

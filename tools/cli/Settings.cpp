@@ -1,5 +1,6 @@
 #include "Settings.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <optional>
@@ -7,7 +8,9 @@
 #include <velora/core/Orvane.hpp>
 #include <velora/platform/Platform.hpp>
 
+#include "Secrets.hpp"
 #include "Spinner.hpp"
+#include "Transport.hpp"
 
 namespace velora::cli {
 namespace {
@@ -20,16 +23,56 @@ CLI::Validator validatorFor(const SettingSpec& spec) {
 
 std::atomic<bool> dropped{false};
 
+bool isHttpUrl(const std::string& raw) {
+  const std::string_view scheme = raw.starts_with("https://") ? "https://" : "http://";
+  return raw.starts_with(scheme) && raw.size() > scheme.size() && raw[scheme.size()] != '/';
+}
+
+/// The identity defaults as the library reads them from the host's information dictionary: below
+/// whatever the environment holds, so a remembered setting still wins.
+AnyCodable keycloakConfig(const KeycloakEnvironment& defaults) {
+  return AnyCodable::object({{"discoverURL", *defaults.discoverURL},
+                             {"clientId", *defaults.clientId},
+                             {"guestClientId", *defaults.guestClientId},
+                             {"guestSecretKey", *defaults.guestSecretKey},
+                             {"redirectURI", *defaults.redirectURI}});
+}
+
 }  // namespace
 
-std::string checkEndpoint(std::string& raw) {
-  const std::string_view scheme = raw.starts_with("https://") ? "https://" : "http://";
-  const std::size_t hostStart = scheme.size();
-  if (!raw.starts_with(scheme) || raw.size() <= hostStart || raw[hostStart] == '/') {
-    return "endpoint must be an http:// or https:// URL with a host, not '" + raw + "'";
+KeycloakEnvironment identityDefaults(const std::string& endpoint) {
+  KeycloakEnvironment defaults;
+  defaults.discoverURL = endpoint + "/realms/velora/.well-known/openid-configuration";
+  defaults.clientId = "velora-app";
+  defaults.guestClientId = "velora-guest";
+  defaults.guestSecretKey = "velora-guest-secret";
+  // The default browser session listens here for the identity server's redirect.
+  defaults.redirectURI = "http://127.0.0.1:53682/callback";
+  return defaults;
+}
+
+std::string checkDiscoverUrl(std::string& raw) {
+  if (!isHttpUrl(raw)) return "discover URL must be an http:// or https:// URL with a host, not '" + raw + "'";
+  return {};
+}
+
+std::string checkRedirectUri(std::string& raw) {
+  const auto separator = raw.find("://");
+  if (separator == std::string::npos || separator == 0 || separator + 3 == raw.size()) {
+    return "redirect URI must be a URL such as http://127.0.0.1:53682/callback, not '" + raw + "'";
   }
+  return {};
+}
+
+std::string checkNotBlank(std::string& raw) {
+  if (raw.find_first_not_of(" \t") == std::string::npos) return "client ids and secrets must not be empty";
+  return {};
+}
+
+std::string checkEndpoint(std::string& raw) {
+  if (!isHttpUrl(raw)) return "endpoint must be an http:// or https:// URL with a host, not '" + raw + "'";
   // Request paths are appended verbatim, so "https://host/" would produce "//api/...".
-  while (raw.size() > hostStart && raw.back() == '/') raw.pop_back();
+  while (raw.back() == '/') raw.pop_back();
   return {};
 }
 
@@ -66,14 +109,31 @@ bool isGiven(const CLI::App& app, std::string_view flag) {
 }
 
 void installPlatform(const Settings& settings) {
-  AnyCodable info;
-  if (!settings.endpoint.empty()) {
-    info = AnyCodable::object({{"VeloraSDK", AnyCodable::object({{"defaultURL", settings.endpoint}})}});
+  Platform platform = Platform::linuxDefaults(kBundleIdentifier);
+  const std::optional<EnvironmentModel> stored = Orvane::storedEnvironment(platform);
+  const std::string endpoint = settings.endpoint.empty() && stored ? stored->sdkEndpoint : settings.endpoint;
+  const KeycloakEnvironment defaults = identityDefaults(endpoint);
+  if (!endpoint.empty()) {
+    registerSecret(*defaults.guestSecretKey);
+    platform.host = std::make_shared<StaticHostInfo>(
+        kBundleIdentifier, AnyCodable::object({{"VeloraSDK", AnyCodable::object({{"defaultURL", endpoint},
+                                                                                 {"KeycloakConfig", keycloakConfig(defaults)}})}}));
   }
-  Platform platform = Platform::linuxDefaults(kBundleIdentifier, std::move(info));
+  const std::optional<KeycloakEnvironment> remembered = stored ? stored->keycloakEnv : std::nullopt;
+  registerSecret(settings.guestSecret);
+  if (remembered && remembered->guestSecretKey) registerSecret(*remembered->guestSecretKey);
+
+  // The redirect URI the library will use: given, else remembered, else the default.
+  std::string redirectUri = settings.redirectUri;
+  if (redirectUri.empty()) redirectUri = remembered && remembered->redirectURI ? *remembered->redirectURI : *defaults.redirectURI;
+  platform.transport = stopAtRedirectUri(std::move(platform.transport), std::move(redirectUri));
+
+  // The browser login prints where to log in when no desktop browser opens; through
+  // writeDiagnostic that line never shares standard error's last line with the spinner.
+  platform.browser = makeLoopbackBrowserAuthSession([](const std::string& text) { writeDiagnostic(maskSecrets(text)); });
   // Standard output carries results only, so that --json output can be piped.
   if (settings.verbose) {
-    platform.console = [](std::string_view line) { writeDiagnostic(line); };
+    platform.console = [](std::string_view line) { writeDiagnostic(maskSecrets(line)); };
   } else {
     platform.console = [](std::string_view) { dropped = true; };
   }
@@ -87,15 +147,24 @@ Orvane& connect(const Settings& settings, const CLI::App& app) {
   std::optional<EnvironmentModel> environment = Orvane::storedEnvironment(platform);
   const bool endpointGiven = !settings.endpoint.empty();
   const bool timeoutGiven = isGiven(app, "--timeout");
+  const bool identityGiven = std::any_of(kIdentitySettings.begin(), kIdentitySettings.end(),
+                                         [&](const IdentitySetting& s) { return isGiven(app, s.flag); });
   if (!endpointGiven && !environment) {
     // Checked here because the facade stops the process when it has no environment.
     throw UsageError("no platform endpoint; pass --endpoint URL or set VELORA_ENDPOINT");
   }
-  if (endpointGiven || timeoutGiven) {
+  if (endpointGiven || timeoutGiven || identityGiven) {
     // Starting from the remembered environment keeps what other commands stored in it.
     EnvironmentModel updated = environment.value_or(EnvironmentModel{});
     if (endpointGiven) updated.sdkEndpoint = settings.endpoint;
     if (timeoutGiven || !environment) updated.timeout = settings.timeout;
+    if (identityGiven) {
+      KeycloakEnvironment identity = updated.keycloakEnv.value_or(KeycloakEnvironment{});
+      for (const IdentitySetting& s : kIdentitySettings) {
+        if (isGiven(app, s.flag)) identity.*s.stored = settings.*s.value;
+      }
+      updated.keycloakEnv = std::move(identity);
+    }
     Orvane::setupSDK(updated);
   }
   return Orvane::shared();

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -28,6 +29,14 @@ struct Settings {
   bool verbose = false;
   /// Results are printed as JSON records instead of text.
   bool json = false;
+
+  // The identity server. Each one given is remembered; each one never given follows the endpoint
+  // (see identityDefaults), so that pointing the client at another server moves the login with it.
+  std::string discoverUrl;
+  std::string clientId;
+  std::string guestClientId;
+  std::string guestSecret;
+  std::string redirectUri;
 };
 
 struct SettingSpec {
@@ -43,6 +52,9 @@ struct SettingSpec {
 
 std::string checkEndpoint(std::string& raw);
 std::string checkTimeout(std::string& raw);
+std::string checkDiscoverUrl(std::string& raw);
+std::string checkRedirectUri(std::string& raw);
+std::string checkNotBlank(std::string& raw);
 
 inline constexpr std::array kSettings{
     SettingSpec{"--endpoint", "VELORA_ENDPOINT", "Platform base URL, e.g. https://host:port (remembered once given)", "URL",
@@ -53,7 +65,38 @@ inline constexpr std::array kSettings{
     SettingSpec{"--verbose", "VELORA_VERBOSE", "Show the library's diagnostic lines on standard error", "",
                 &Settings::verbose},
     SettingSpec{"--json", "VELORA_JSON", "Print results as JSON on standard output", "", &Settings::json},
+    SettingSpec{"--discover-url", "VELORA_DISCOVER_URL",
+                "Identity server discovery document (default: the endpoint's realm 'velora'; remembered once given)", "URL",
+                &Settings::discoverUrl, &checkDiscoverUrl},
+    SettingSpec{"--client-id", "VELORA_CLIENT_ID", "Client id for password and browser logins (default velora-app; remembered)",
+                "ID", &Settings::clientId, &checkNotBlank},
+    SettingSpec{"--guest-client-id", "VELORA_GUEST_CLIENT_ID", "Client id for guest logins (default velora-guest; remembered)",
+                "ID", &Settings::guestClientId, &checkNotBlank},
+    SettingSpec{"--guest-secret", "VELORA_GUEST_SECRET",
+                "Secret of the guest client (remembered); prefer the variable, command lines are visible to other users",
+                "SECRET", &Settings::guestSecret, &checkNotBlank},
+    SettingSpec{"--redirect-uri", "VELORA_REDIRECT_URI",
+                "Where the browser login returns (default http://127.0.0.1:53682/callback; remembered)", "URI",
+                &Settings::redirectUri, &checkRedirectUri},
 };
+
+/// The identity settings, as flag and KeycloakEnvironment member, for the code that persists them.
+struct IdentitySetting {
+  std::string_view flag;
+  std::string Settings::*value;
+  std::optional<std::string> KeycloakEnvironment::*stored;
+};
+inline constexpr std::array kIdentitySettings{
+    IdentitySetting{"--discover-url", &Settings::discoverUrl, &KeycloakEnvironment::discoverURL},
+    IdentitySetting{"--client-id", &Settings::clientId, &KeycloakEnvironment::clientId},
+    IdentitySetting{"--guest-client-id", &Settings::guestClientId, &KeycloakEnvironment::guestClientId},
+    IdentitySetting{"--guest-secret", &Settings::guestSecret, &KeycloakEnvironment::guestSecretKey},
+    IdentitySetting{"--redirect-uri", &Settings::redirectUri, &KeycloakEnvironment::redirectURI},
+};
+
+/// What an identity setting is when neither given nor remembered: the sandbox's realm and clients
+/// on the endpoint's own server.
+KeycloakEnvironment identityDefaults(const std::string& endpoint);
 
 /// Adds one global option per row of kSettings, bound to `settings`.
 void addSettings(CLI::App& app, Settings& settings);
@@ -74,8 +117,8 @@ void installPlatform(const Settings& settings);
 /// True when the library wrote diagnostic lines that were dropped because --verbose was off.
 bool diagnosticsDropped();
 
-/// The shared facade, after persisting the endpoint and time-out that were given for this run.
-/// Throws UsageError when no endpoint was given and none is remembered.
+/// The shared facade, after persisting the endpoint, time-out and identity settings that were given
+/// for this run. Throws UsageError when no endpoint was given and none is remembered.
 Orvane& connect(const Settings& settings, const CLI::App& app);
 
 }  // namespace velora::cli

@@ -5,8 +5,10 @@
 #include <iostream>
 
 #include <velora/core/APIError.hpp>
+#include <velora/core/PlatformError.hpp>
 
 #include "Command.hpp"
+#include "Secrets.hpp"
 
 namespace {
 
@@ -14,7 +16,7 @@ constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
 int fail(int code, const std::string& message) {
-  std::cerr << "velora: " << message << '\n';
+  std::cerr << "velora: " << velora::cli::maskSecrets(message) << '\n';
   // The library's errors are terse ("Unknown error occurred"); its diagnostics say what happened.
   if (velora::cli::diagnosticsDropped()) std::cerr << "velora: run again with --verbose for details\n";
   return code;
@@ -31,6 +33,7 @@ int main(int argc, char** argv) {
   addSettings(app, settings);
   CommandSet commands(app);
   addPlatformCommands(commands);
+  addAuthCommands(commands);
   addLogCommands(commands);
 
   try {
@@ -53,6 +56,9 @@ int main(int argc, char** argv) {
     const auto& cause = e.responseMessage.trace;
     return fail(kFailed, e.localizedDescription() + (cause ? ": " + *cause : std::string()) + " (code " +
                              std::to_string(e.responseMessage.code) + ")");
+  } catch (const velora::PlatformError& e) {
+    // The identity server's refusals arrive here, its own description as the domain.
+    return fail(kFailed, e.domain + " (code " + std::to_string(e.code) + ")");
   } catch (const std::exception& e) {
     return fail(kFailed, e.what());
   }

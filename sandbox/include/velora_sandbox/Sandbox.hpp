@@ -1,7 +1,12 @@
 #pragma once
 // velora-sandbox: a local platform on loopback for the demo and the integration tests.
 // Runs in-process (tests construct a Sandbox) or as the `velora-sandbox` program.
+//
+// Besides the platform it serves an OpenID-Connect identity realm at realmUrl(). The
+// platform's private routes accept only access tokens that realm issued and that are still
+// live, so a client has to log in the way it would against the real platform.
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -10,6 +15,29 @@
 #include <vector>
 
 namespace velora::sandbox {
+
+/// The realm's built-in clients, users and QR login codes. Not secret: they exist only here.
+namespace demo {
+inline constexpr const char* kRealm = "velora";
+/// Public client: authorization code, password and refresh grants. Accepts the redirect URIs
+/// http://127.0.0.1:PORT/..., http://localhost:PORT/... and kAppRedirectUri.
+inline constexpr const char* kPublicClient = "velora-app";
+inline constexpr const char* kAppRedirectUri = "velora://callback";
+/// Confidential client for guest sessions: client credentials and refresh grants.
+inline constexpr const char* kGuestClient = "velora-guest";
+inline constexpr const char* kGuestSecret = "velora-guest-secret";
+inline constexpr const char* kUser = "demo";
+inline constexpr const char* kPassword = "demo-password";
+inline constexpr const char* kAliceUser = "alice";
+inline constexpr const char* kAlicePassword = "alice-password";
+/// Codes for GET /api/lgnm/v1/scan: the demo user's and alice's background-login
+/// credentials, and the demo user's with an expiration already in the past.
+inline constexpr const char* kLoginCode = "DEMO-QR-1";
+inline constexpr const char* kAliceLoginCode = "DEMO-QR-ALICE";
+inline constexpr const char* kExpiredLoginCode = "DEMO-QR-EXPIRED";
+/// How long an authorization code can be exchanged after the login that produced it.
+inline constexpr int kCodeLifetimeSeconds = 60;
+}  // namespace demo
 
 struct SandboxOptions {
   std::string host = "127.0.0.1";
@@ -21,6 +49,13 @@ struct SandboxOptions {
   int keepAliveTimeoutSeconds = 5;
   /// The /test/... routes that answer a chosen status, body and delay.
   bool testRoutes = true;
+
+  /// The identity realm, served under /realms/NAME (letters, digits, '.', '_' and '-').
+  std::string realm = demo::kRealm;
+  int accessTokenLifetimeSeconds = 300;
+  int refreshTokenLifetimeSeconds = 1800;
+  /// A demo user whom the login page signs in at once, without showing the form.
+  std::optional<std::string> autoLoginUser;
 };
 
 /// What the sandbox saw of one request (for tests).
@@ -53,6 +88,22 @@ class Sandbox {
   void clearRecordedRequests();
   /// The most requests handled at the same time since start or the last clear.
   std::size_t peakConcurrency() const;
+
+  /// "http://127.0.0.1:PORT/realms/NAME": the issuer; discovery is below it.
+  std::string realmUrl() const;
+  /// Sign `username` in without the login form from now on, or show the form again
+  /// (std::nullopt). Throws std::invalid_argument for a user the realm does not know.
+  void setAutoLogin(std::optional<std::string> username);
+  /// Ends every session: access and refresh tokens and unused authorization codes.
+  void revokeAllTokens();
+  /// Access and refresh tokens that are neither expired nor revoked.
+  std::size_t liveTokenCount() const;
+  /// A live access token for a demo user, as if they had used the password grant with the
+  /// public client. Throws std::invalid_argument for a user the realm does not know.
+  std::string issueAccessToken(const std::string& username);
+  /// Moves the realm's clock forward, so that tests see tokens and codes expire without
+  /// waiting for them.
+  void advanceClock(std::chrono::seconds by);
 
  private:
   struct Impl;

@@ -1,0 +1,248 @@
+// Logins and session renewal end to end: the library's curl transport against the sandbox's
+// identity realm and bearer-protected routes. The client's clock is moved forward to expire tokens
+// on the client side; the server's tokens stay live.
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <future>
+
+#include <velora/core/Orvane.hpp>
+#include <velora_sandbox/Sandbox.hpp>
+
+#include "Fakes.hpp"
+
+namespace velora {
+namespace {
+
+using namespace std::chrono_literals;
+namespace demo = sandbox::demo;
+
+/// A browser that follows the authorisation address itself, stopping at the first redirect away
+/// from the realm (the callback), as a user's browser would with an already logged-in user.
+class FollowingBrowser : public BrowserAuthSession {
+ public:
+  explicit FollowingBrowser(std::shared_ptr<HttpTransport> transport) : transport_(std::move(transport)) {}
+  void start(const std::string& url, const std::string&, Completion completion) override {
+    struct Delegate : HttpDelegate {
+      Completion completion;
+      std::optional<std::string> location;
+      bool willRedirect(HttpRequest&, const HttpResponseHead& head) override {
+        location = head.headers.get("Location");
+        return false;
+      }
+      void didReceiveResponse(const HttpResponseHead& head) override {
+        if (!location) location = head.headers.get("Location");
+      }
+      void didReceiveData(std::string_view) override {}
+      void didComplete(std::optional<TransportError> error) override {
+        if (error || !location) return completion(std::nullopt, PlatformError("no redirect", -1));
+        completion(location, std::nullopt);
+      }
+    };
+    auto delegate = std::make_shared<Delegate>();
+    delegate->completion = std::move(completion);
+    HttpRequest request;
+    request.url = url;
+    transport_->start(std::move(request), delegate);
+  }
+
+ private:
+  std::shared_ptr<HttpTransport> transport_;
+};
+
+class AuthOverHttp : public ::testing::Test {
+ protected:
+  std::string tokenPath() const { return "/realms/" + std::string(demo::kRealm) + "/protocol/openid-connect/token"; }
+
+  /// A facade on real HTTP with fakes only for clock, main queue and keychain.
+  std::shared_ptr<Orvane> facade(KeycloakLoginMode mode, const std::shared_ptr<SecureStore>& keychain = nullptr) {
+    Platform p;
+    p.transport = transport_;
+    p.mainQueue = queue_;
+    p.defaults = std::make_shared<MemoryStore>();
+    p.secureStore = keychain ? keychain : keychain_;
+    p.host = std::make_shared<StaticHostInfo>("auth.it");
+    p.clock = clock_;
+    p.browser = std::make_shared<FollowingBrowser>(transport_);
+    p.customAuthentication = makeUnavailableCustomAuthenticationHandler();
+    p.documentsDirectory = std::filesystem::temp_directory_path();
+    p.console = [](std::string_view) {};
+    KeycloakEnvironment keycloak{KeycloakAuthenticationMethod::APPLE, mode, demo::kPublicClient, demo::kGuestClient,
+                                 demo::kGuestSecret, "http://127.0.0.1:1/callback",
+                                 sandbox_.realmUrl() + "/.well-known/openid-configuration"};
+    Orvane::setupSDK(EnvironmentModel(sandbox_.baseUrl(), 10, keycloak), p);
+    return Orvane::make(p);
+  }
+
+  ResponseMessage callbackConfiguration(Orvane& f) {
+    std::promise<ResponseMessage> answer;
+    f.getConfiguration(std::nullopt, [&](const ResponseMessage& m) { answer.set_value(m); });
+    auto future = answer.get_future();
+    EXPECT_EQ(future.wait_for(20s), std::future_status::ready);
+    return future.get();
+  }
+
+  sandbox::Sandbox sandbox_;
+  std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
+  std::shared_ptr<ThreadQueue> queue_ = std::make_shared<ThreadQueue>();
+  std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>();
+  std::shared_ptr<testing::MemorySecureStore> keychain_ = std::make_shared<testing::MemorySecureStore>();
+};
+
+TEST_F(AuthOverHttp, EveryLoginFlowReachesAProtectedRoute) {
+  sandbox_.setAutoLogin(std::string(demo::kUser));
+  struct Case {
+    const char* name;
+    KeycloakLoginMode mode;
+    std::function<KeyCloakAuthResponse(Orvane&)> login;
+  };
+  const Case cases[] = {
+      {"guest", KeycloakLoginMode::GUEST, [](Orvane& f) { return f.keycloakGuestLogin().get(); }},
+      {"password", KeycloakLoginMode::BACKGROUND, [](Orvane& f) { return f.backgroundLogin(demo::kUser, demo::kPassword, -1).get(); }},
+      {"browser", KeycloakLoginMode::USER, [](Orvane& f) { return f.keycloakLogin().get(); }},
+      {"qr code", KeycloakLoginMode::BACKGROUND, [](Orvane& f) {
+         f.keycloakGuestLogin().get();
+         auto credentials = f.getLoginParameters("DEMO-QR-1").get();
+         EXPECT_EQ(credentials.username, demo::kUser);
+         f.keycloakManager()->setCurrentTokenPayload(std::nullopt);  // leave the guest session
+         return f.backgroundLogin(std::nullopt, std::nullopt, -1).get();
+       }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto f = facade(c.mode, std::make_shared<testing::MemorySecureStore>());
+    try {
+      f->getConfiguration(std::nullopt).get();  // the awaitable form sends without a token
+      ADD_FAILURE() << "a protected route answered without a token";
+    } catch (const APIError& e) {
+      EXPECT_EQ(e.responseMessage.code, 401);
+    }
+    auto token = c.login(*f);
+    EXPECT_TRUE(token.accessTokenValid(clock_->now()));
+    EXPECT_EQ(f->authStatus(), AuthenticationStatus::authenticated);
+    EXPECT_EQ(f->getConfiguration(std::nullopt).get().appId, "auth.it");
+    EXPECT_EQ(callbackConfiguration(*f).code, 200);
+    f->logout().get();
+    EXPECT_EQ(f->authStatus(), AuthenticationStatus::notAuthenticated);
+  }
+}
+
+TEST_F(AuthOverHttp, WrongPasswordIsTheServersRefusal) {
+  auto f = facade(KeycloakLoginMode::BACKGROUND);
+  try {
+    f->backgroundLogin(demo::kUser, "not-the-password", -1).get();
+    ADD_FAILURE();
+  } catch (const PlatformError& e) {
+    EXPECT_EQ(e.code, -23005);
+    EXPECT_EQ(e.domain, "Invalid user credentials");
+  }
+  EXPECT_EQ(f->authStatus(), AuthenticationStatus::notAuthenticated);
+}
+
+TEST_F(AuthOverHttp, ExpiredAccessTokenIsRefreshedOnceAndTheRequestResent) {
+  auto f = facade(KeycloakLoginMode::GUEST);
+  f->keycloakGuestLogin().get();
+  for (bool awaited : {false, true}) {
+    SCOPED_TRACE(awaited ? "awaited" : "callback");
+    const std::string before = *f->keycloakManager()->currentTokenPayload()->access_token;
+    clock_->now_ += 300s;  // access token expired on the client, refresh token alive
+    sandbox_.clearRecordedRequests();
+    if (awaited) {
+      f->getConfiguration(std::nullopt).get();
+    } else {
+      EXPECT_EQ(callbackConfiguration(*f).code, 200);
+    }
+    const auto grants = sandbox_.requests(tokenPath());
+    ASSERT_EQ(grants.size(), 1u);
+    EXPECT_NE(grants[0].body.find("grant_type=refresh_token"), std::string::npos);
+    const auto sent = sandbox_.requests("/api/v1/device/ios/conf");
+    ASSERT_EQ(sent.size(), 1u);
+    const std::string after = *f->keycloakManager()->currentTokenPayload()->access_token;
+    EXPECT_NE(after, before);
+    EXPECT_EQ(sent[0].headers.find("authorization")->second, "Bearer " + after);
+  }
+}
+
+TEST_F(AuthOverHttp, ExpiredRefreshTokenTriggersCaptiveRenewalInTheConfiguredMode) {
+  struct Case {
+    KeycloakLoginMode mode;
+    const char* grant;
+  };
+  for (const Case& c : {Case{KeycloakLoginMode::GUEST, "grant_type=client_credentials"}, Case{KeycloakLoginMode::BACKGROUND, "grant_type=password"}}) {
+    auto f = facade(c.mode, std::make_shared<testing::MemorySecureStore>());
+    if (c.mode == KeycloakLoginMode::GUEST) {
+      f->keycloakGuestLogin().get();
+    } else {
+      f->backgroundLogin(demo::kUser, demo::kPassword, -1).get();
+    }
+    clock_->now_ += 3600s;  // both tokens expired on the client
+    sandbox_.clearRecordedRequests();
+    EXPECT_EQ(callbackConfiguration(*f).code, 200);
+    clock_->now_ += 3600s;
+    EXPECT_EQ(f->getConfiguration(std::nullopt).get().appId, "auth.it");
+    const auto grants = sandbox_.requests(tokenPath());
+    ASSERT_EQ(grants.size(), 2u);
+    for (const auto& g : grants) EXPECT_NE(g.body.find(c.grant), std::string::npos) << g.body;
+  }
+}
+
+TEST_F(AuthOverHttp, ConcurrentAwaitedRequestsAtExpiryRenewOneAfterAnother) {
+  auto f = facade(KeycloakLoginMode::GUEST);
+  f->keycloakGuestLogin().get();
+  clock_->now_ += 3600s;
+  sandbox_.clearRecordedRequests();
+  constexpr int kRequests = 6;
+  std::vector<std::future<std::int64_t>> answers;
+  for (int i = 0; i < kRequests; ++i) {
+    answers.push_back(std::async(std::launch::async, [&] {
+      try {
+        f->getConfiguration(std::nullopt).get();
+        return std::int64_t{200};
+      } catch (const APIError& e) {
+        return e.responseMessage.code;
+      }
+    }));
+  }
+  for (auto& a : answers) EXPECT_EQ(a.get(), 200);
+  // Each renewal after the first finds the fresh token still valid.
+  EXPECT_EQ(sandbox_.requests(tokenPath()).size(), 1u);
+  EXPECT_EQ(sandbox_.requests("/api/v1/device/ios/conf").size(), static_cast<std::size_t>(kRequests));
+}
+
+TEST_F(AuthOverHttp, ANewProcessResumesTheStoredSession) {
+  auto first = facade(KeycloakLoginMode::BACKGROUND);
+  first->backgroundLogin(demo::kUser, demo::kPassword, -1).get();
+  first.reset();
+  sandbox_.clearRecordedRequests();
+  auto second = facade(KeycloakLoginMode::BACKGROUND);  // same keychain, new facade
+  EXPECT_EQ(second->authStatus(), AuthenticationStatus::unknown);
+  EXPECT_TRUE(second->networkSetup().get());
+  EXPECT_EQ(second->authStatus(), AuthenticationStatus::authenticated);
+  EXPECT_EQ(second->getConfiguration(std::nullopt).get().appId, "auth.it");
+  EXPECT_TRUE(sandbox_.requests(tokenPath()).empty());
+}
+
+TEST_F(AuthOverHttp, LoopbackBrowserHandsBackTheRedirect) {
+  std::vector<std::string> printed;
+  auto browser = makeLoopbackBrowserAuthSession([&](const std::string& line) { printed.push_back(line); });
+  const int port = 20000 + static_cast<int>(::getpid() % 20000);
+  const std::string redirect = "http://127.0.0.1:" + std::to_string(port) + "/callback";
+  std::promise<std::optional<std::string>> callback;
+  browser->start(sandbox_.realmUrl() + "/protocol/openid-connect/auth?client_id=x&redirect_uri=http:%2F%2F127.0.0.1:" +
+                     std::to_string(port) + "%2Fcallback",
+                 "", [&](auto url, auto) { callback.set_value(url); });
+  ASSERT_FALSE(printed.empty());
+  // The user's browser arrives at the redirect.
+  HttpRequest hit;
+  hit.url = redirect + "?state=STATE&session_state=s&code=abc";
+  std::promise<DataResult> reply;
+  startDataRequest(*transport_, hit, [&](DataResult r) { reply.set_value(std::move(r)); });
+  auto answered = reply.get_future().get();
+  ASSERT_TRUE(answered.response);
+  EXPECT_EQ(answered.response->head.status, 200);
+  EXPECT_EQ(callback.get_future().get(), hit.url);
+}
+}  // namespace
+}  // namespace velora
