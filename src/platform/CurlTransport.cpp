@@ -31,6 +31,9 @@ constexpr std::chrono::milliseconds kMaxConnectTimeout = 30s;
 // curl_multi_poll returns early for curl's own timers and for wakeups, so this only bounds an idle
 // wait; there is nothing to do when it expires.
 constexpr int kIdlePollMs = 60'000;
+// Compression is not asked for: for the platform's small JSON bodies, setting up a compressor per
+// reply costs the server far more than the bytes saved (measured 4x slower on loopback).
+constexpr const char* kAcceptEncoding = nullptr;
 
 // ---------------------------------------------------------------------------------------------
 // Errors
@@ -255,7 +258,7 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
 #else
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
 #endif
-    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, kAcceptEncoding);
     curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &CurlCall::onHeader);
     curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
