@@ -43,7 +43,7 @@ struct SandboxOptions {
   std::string host = "127.0.0.1";
   int port = 0;  // 0 picks a free port
   /// Worker threads: open streams plus concurrent clients.
-  int threads = 128;
+  int threads = 256;
   /// Keep-alive: requests per connection and idle seconds before the server closes it.
   int keepAliveMaxCount = 100000;
   int keepAliveTimeoutSeconds = 5;
