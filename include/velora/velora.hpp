@@ -1,6 +1,7 @@
 #pragma once
 // Everything an application needs, in one include.
 
+#include <velora/building/ControllableItems.hpp>
 #include <velora/core/APIError.hpp>
 #include <velora/core/AnyCodable.hpp>
 #include <velora/core/DeviceConfiguration.hpp>
@@ -12,6 +13,12 @@
 #include <velora/core/ResponseMessage.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/core/URL.hpp>
+#include <velora/map/MapPositionModel.hpp>
+#include <velora/map/ORVRegion.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
+#include <velora/sse/EventSource.hpp>
+#include <velora/sse/EventStreamParser.hpp>
+#include <velora/sse/SSEManager.hpp>
+#include <velora/sse/SSERecords.hpp>
 #include <velora/widgets/ORVSComponent.hpp>

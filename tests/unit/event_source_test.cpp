@@ -9,29 +9,7 @@
 namespace velora {
 namespace {
 
-/// Keeps every started request and its delegate so the test can play the server.
-class SteppedTransport : public HttpTransport {
- public:
-  struct Started {
-    HttpRequest request;
-    std::shared_ptr<HttpDelegate> delegate;
-    bool cancelled = false;
-  };
-  class Call : public HttpCall {
-   public:
-    explicit Call(Started* started) : started_(started) {}
-    void cancel() override { started_->cancelled = true; }
-
-   private:
-    Started* started_;
-  };
-  std::shared_ptr<HttpCall> start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) override {
-    started.push_back(std::make_unique<Started>(Started{std::move(request), std::move(delegate)}));
-    return std::make_shared<Call>(started.back().get());
-  }
-  HttpDelegate& last() { return *started.back()->delegate; }
-  std::vector<std::unique_ptr<Started>> started;
-};
+using testing::SteppedTransport;
 
 struct Recorded {
   std::vector<std::string> lines;

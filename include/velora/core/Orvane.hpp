@@ -4,18 +4,21 @@
 // exactly once on the main queue with a ResponseMessage (code 200 and the decoded record in
 // `payload` on success), and an awaitable form returning the record or throwing APIError.
 //
-// The operations are declared by area in Orvane+<Area>.hpp, all included from here.
+// The operations are grouped by area below and implemented in src/core/Orvane+<Area>.cpp.
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <semaphore>
 #include <string_view>
+#include <vector>
 
 #include <velora/auth/KeychainHelper.hpp>
 #include <velora/auth/KeycloakManager.hpp>
+#include <velora/building/ControllableItems.hpp>
 #include <velora/core/APIError.hpp>
 #include <velora/core/DeviceConfiguration.hpp>
 #include <velora/core/EnvironmentModel.hpp>
@@ -25,8 +28,11 @@
 #include <velora/core/ResponseMessage.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/core/detail/Pipeline.hpp>
+#include <velora/map/ORVRegion.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
+#include <velora/sse/SSEManager.hpp>
+#include <velora/sse/SSERecords.hpp>
 
 namespace velora {
 
@@ -191,6 +197,59 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   void fetchResource(std::string path, ResponseCallback callback);
   Task<Bytes> fetchResource(std::string path);
 
+  // ---- controllable items (Orvane+Controllable) ----------------------------------------------
+  /// POST "/api/v1/item/list". The awaitable form binds the returned controls to this facade, so
+  /// setting a control's value sends it here.
+  void getControllableItems(std::optional<ItemControllableFilter> filter, ResponseCallback callback);
+  Task<std::vector<ItemControllable>> getControllableItems(std::optional<ItemControllableFilter> filter = std::nullopt);
+  /// POST "/api/v1/item/set" with the control's current value; answers the value as stored.
+  void setControllableItem(const ItemControl& control, ResponseCallback callback);
+  Task<ItemCurrentValue> setControllableItem(const ItemControl& control);
+
+  // ---- streams (Orvane+SSE, Orvane+WidgetSSE) -------------------------------------------------
+  // Each operation opens a new subscription at once and returns its manager, or nullptr when the
+  // request cannot be built. Keep the manager while the stream is wanted and stop it with
+  // removeAllListenersAndDisconnect(). Callbacks run on the main queue; event data that does not
+  // decode into the stream's record is dropped. A check interval above kCheckTime is lowered to
+  // it (with a console line); "check" events stopping is the cue to start the stream again.
+  using CheckCallback = std::function<void(const std::string& data)>;
+  using WidgetEventCallback = std::function<void(SSEWidgetEventsType type, const SSEWidgetEventChange& change)>;
+
+  /// "complete" (a GenericEventResponse) goes to onComplete, "check" to onCheck, and events named
+  /// after one of `events` to onEventChanges; each with the raw (id, name, data).
+  std::shared_ptr<SSEManager> startNotifyEventChanges(SSEStreamTypeEvent with, std::vector<std::string> events, int checkTimeout,
+                                                      EventHandler onComplete = {}, EventHandler onEventChanges = {},
+                                                      EventHandler onCheck = {});
+  /// Positions of the given tags: "complete" and "positions" carry lists of MapPositionModel and
+  /// reach onComplete and onValueChanged raw. The regions are not part of the subscription.
+  std::shared_ptr<SSEManager> startNotifyRegionChanges(std::vector<std::string> with, std::vector<ORVRegion> regions,
+                                                       int checkTimeout, EventHandler onComplete = {},
+                                                       EventHandler onValueChanged = {}, EventHandler onCheck = {});
+  /// The items at subscription, then each change of a current value. Controls of the items are
+  /// bound to this facade.
+  std::shared_ptr<SSEManager> startControllableItems(
+      std::optional<std::vector<int>> items, std::optional<ItemControllableFilter> filter, int checkTimeout,
+      std::function<void(const std::vector<ItemControllable>&)> onComplete = {},
+      std::function<void(const std::vector<ItemCurrentValue>&)> onValueChanged = {}, CheckCallback onCheck = {});
+  /// Tag states by tag id, at subscription and on every change.
+  std::shared_ptr<SSEManager> startDiagnostic(
+      std::vector<std::string> tags, double forgetTagMillis,
+      std::function<void(const DiagnosticCompleteResponse&)> onComplete = {},
+      std::function<void(const std::map<std::string, std::string>&)> onTagTracking = {}, CheckCallback onCheck = {});
+  /// Widget streams: "subscription" delivers the current widgets to onComplete; "add", "update",
+  /// "remove" and "remove_all" reach onEventChanges with the event's type.
+  using WidgetSubscriptionCallback = std::function<void(const SSEWidgetEventChange& widgets)>;
+  std::shared_ptr<SSEManager> startNotifyGroupEvents(std::string roomId, int checkTimeout,
+                                                     WidgetSubscriptionCallback onComplete = {},
+                                                     WidgetEventCallback onEventChanges = {}, CheckCallback onCheck = {});
+  std::shared_ptr<SSEManager> startNotifyHomeEvents(std::string tagId, std::optional<std::vector<std::string>> widgetIdList,
+                                                    int checkTimeout, WidgetSubscriptionCallback onComplete = {},
+                                                    WidgetEventCallback onEventChanges = {}, CheckCallback onCheck = {});
+  /// Only "update" events: the one widget's new state.
+  std::shared_ptr<SSEManager> startNotifyWidgetEvents(std::string componentId, int checkTimeout,
+                                                      WidgetSubscriptionCallback onComplete = {},
+                                                      WidgetEventCallback onEventChanges = {}, CheckCallback onCheck = {});
+
  private:
   explicit Orvane(Platform platform);
   void resumeSessionWith(HttpRequest request, detail::ReplyDecoder decode, ResponseCallback callback);
@@ -201,6 +260,14 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   Task<HttpResponse> sendAwaited(HttpRequest request);
   Task<NetworkResponseConfiguration> postConfiguration(std::optional<std::string> tagid);
   void postConfiguration(std::optional<std::string> tagid, ResponseCallback callback);
+
+  /// Builds the POST stream of `path` with the session's headers; nullptr when it cannot be built.
+  std::shared_ptr<SSEManager> startStream(std::string_view path, AnyCodable body, std::map<std::string, EventHandler> events);
+  /// The check interval as sent: at most kCheckTime, with a console line when lowered.
+  int clampCheckTime(int checkTimeout) const;
+  std::shared_ptr<SSEManager> startWidgetStream(std::string_view path, SSESubscriptionRequest body, bool onlyUpdates,
+                                                WidgetSubscriptionCallback onComplete, WidgetEventCallback onEventChanges,
+                                                CheckCallback onCheck);
 
   Platform platform_;
   mutable std::mutex stateMutex_;

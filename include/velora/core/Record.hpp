@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -292,6 +293,20 @@ struct Codec<R> {
       if (member->isNull()) throwDecoding(here, "required value is null");
       record.*(f.member) = Codec<M>::decode(*member, here);
     }
+  }
+};
+
+/// Records shared by reference (components, item controls) travel by shared pointer. An empty
+/// pointer is an absent value: a member left out of the object, or a JSON null.
+template <Record T>
+struct IsOptional<std::shared_ptr<T>> : std::true_type {};
+
+template <Record T>
+struct Codec<std::shared_ptr<T>> {
+  static AnyCodable encode(const std::shared_ptr<T>& v) { return v ? Codec<T>::encode(*v) : AnyCodable{}; }
+  static std::shared_ptr<T> decode(const AnyCodable& j, const JsonPath& p) {
+    if (j.isNull()) return nullptr;
+    return std::make_shared<T>(Codec<T>::decode(j, p));
   }
 };
 

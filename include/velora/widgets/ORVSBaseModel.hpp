@@ -203,25 +203,4 @@ class ORVSComponentModel : public ORVSBaseModel {
   }
 };
 
-namespace detail {
-
-template <class T>
-concept ComponentRecord = std::derived_from<T, ORVSBaseModel> && Record<T>;
-
-/// Nested component records travel by shared pointer so a view and the library share them. An
-/// empty pointer is an absent value: a member left out of the object, or a JSON null.
-template <ComponentRecord T>
-struct IsOptional<std::shared_ptr<T>> : std::true_type {};
-
-template <ComponentRecord T>
-struct Codec<std::shared_ptr<T>> {
-  static AnyCodable encode(const std::shared_ptr<T>& v) { return v ? Codec<T>::encode(*v) : AnyCodable{}; }
-  static std::shared_ptr<T> decode(const AnyCodable& j, const JsonPath& p) {
-    if (j.isNull()) return nullptr;
-    return std::make_shared<T>(Codec<T>::decode(j, p));
-  }
-};
-
-}  // namespace detail
-
 }  // namespace velora

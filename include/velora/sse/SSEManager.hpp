@@ -1,0 +1,62 @@
+#pragma once
+// One subscription stream: builds the stream request, keeps the named listeners, logs connection
+// and disconnection, and reconnects after the server's retry time when the stream ends.
+//
+// Reconnecting is deliberately narrow. The reconnect sends no "Last-Event-Id", so the server
+// starts the subscription over; and since EventSource::connect is ignored while the source is
+// still open (completion does not change its state), the delayed reconnect only reopens a stream
+// that never got its response headers, or one that its owner disconnected in the meantime. A
+// stream that has gone quiet is restarted by its owner (the check events tell when).
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <velora/core/AnyCodable.hpp>
+#include <velora/platform/Platform.hpp>
+#include <velora/sse/EventSource.hpp>
+
+namespace velora {
+
+class SSEManager : public std::enable_shared_from_this<SSEManager> {
+ public:
+  using Headers = std::map<std::string, std::string>;
+
+  /// A GET stream of `path` followed directly by `subPath` (no separator is added). Throws
+  /// PlatformError -3000 when the two do not form a URL.
+  static std::shared_ptr<SSEManager> make(const std::string& path, const std::string& subPath,
+                                          std::optional<Headers> headers, bool autoConnect,
+                                          const Platform& platform = Platform::getDefault());
+
+  /// A POST of `request` with `body` as JSON; `events` become the listeners. Throws PlatformError
+  /// -3001 when there is no body or it cannot be written as JSON, -3003 when the request has no URL.
+  static std::shared_ptr<SSEManager> make(bool autoConnect, HttpRequest request, std::optional<Headers> headers,
+                                          std::optional<AnyCodable> body,
+                                          std::optional<std::map<std::string, EventHandler>> events,
+                                          const Platform& platform = Platform::getDefault());
+
+  SSEManager(const SSEManager&) = delete;
+  SSEManager& operator=(const SSEManager&) = delete;
+
+  std::optional<std::string> serverURL;
+  /// The connection. The owner may replace it; reconnects use whichever source is current.
+  std::shared_ptr<EventSource> eventSource;
+
+  /// Stores the handler (replacing one of the same name) and registers it on the event source.
+  void addEventListener(const std::string& event, EventHandler handler);
+  void removeEventListener(const std::string& event);
+  /// Removes every listener, here and on the event source, and disconnects the event source.
+  void removeAllListenersAndDisconnect();
+
+  const std::map<std::string, EventHandler>& eventListenersCompletionHandler() const { return listeners_; }
+
+ private:
+  explicit SSEManager(const Platform& platform) : platform_(platform) {}
+  void wire(bool autoConnect);
+
+  Platform platform_;
+  std::map<std::string, EventHandler> listeners_;
+};
+
+}  // namespace velora
