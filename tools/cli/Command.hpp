@@ -63,6 +63,8 @@ class CommandSet {
 /// Command groups, in the order their commands appear in the help.
 void addPlatformCommands(CommandSet& commands);  // check, device-config
 void addAuthCommands(CommandSet& commands);      // login guest|password|browser|qr, logout, status
+void addItemCommands(CommandSet& commands);      // items list, items set
+void addWatchCommands(CommandSet& commands);     // watch items|events|positions|diagnostic|home|group|widget
 void addLogCommands(CommandSet& commands);       // log show, log clear
 
 }  // namespace velora::cli

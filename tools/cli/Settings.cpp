@@ -135,7 +135,14 @@ void installPlatform(const Settings& settings) {
   if (settings.verbose) {
     platform.console = [](std::string_view line) { writeDiagnostic(maskSecrets(line)); };
   } else {
-    platform.console = [](std::string_view) { dropped = true; };
+    platform.console = [](std::string_view line) {
+      // A stream's connection changes are news for whoever watches it, not library chatter.
+      if (line == "SSEManager - CONNECTED" || line == "SSEManager - DISCONNECTED") {
+        writeDiagnostic(line == "SSEManager - CONNECTED" ? "velora: stream connected" : "velora: stream disconnected");
+        return;
+      }
+      dropped = true;
+    };
   }
   Platform::setDefault(std::move(platform));
 }

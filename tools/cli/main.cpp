@@ -34,6 +34,8 @@ int main(int argc, char** argv) {
   CommandSet commands(app);
   addPlatformCommands(commands);
   addAuthCommands(commands);
+  addItemCommands(commands);
+  addWatchCommands(commands);
   addLogCommands(commands);
 
   try {
