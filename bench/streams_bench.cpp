@@ -1,0 +1,206 @@
+// Many concurrent streams on the one I/O thread of a transport: resident memory per open stream
+// and the delay from the server writing a position to the application's callback receiving it.
+//
+// The sandbox runs as a separate program, so that the resident memory measured here is the
+// client's alone. Each of the streams follows one tag whose position the server writes every
+// `kIntervalMs`; every position carries the server's CLOCK_MONOTONIC time ("sentAt", in
+// microseconds), which this process reads on the same clock when the callback runs.
+
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include <velora/velora.hpp>
+
+extern char** environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kIntervalMs = 100;  // 1000 streams x 10 positions a second = 10 000 events a second
+constexpr auto kMeasureFor = std::chrono::seconds(10);
+
+/// The velora-sandbox program, stopped when this goes.
+class SandboxProcess {
+ public:
+  explicit SandboxProcess(int streams) {
+    int out[2];
+    if (pipe(out) != 0) throw std::runtime_error("pipe failed");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    const std::string threads = std::to_string(streams + 64);
+    const std::string interval = std::to_string(kIntervalMs);
+    std::vector<std::string> args{VELORA_SANDBOX_PATH, "--threads", threads, "--position-interval-ms", interval,
+                                  "--access-token-lifetime", "3600"};
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    if (posix_spawn(&pid_, VELORA_SANDBOX_PATH, &actions, nullptr, argv.data(), environ) != 0) {
+      throw std::runtime_error("cannot start " + std::string(VELORA_SANDBOX_PATH));
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    close(out[1]);
+    std::string line;
+    char c;
+    while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
+    close(out[0]);
+    const auto at = line.find("http://");
+    if (at == std::string::npos) throw std::runtime_error("the sandbox did not start: " + line);
+    url_ = line.substr(at);
+  }
+  ~SandboxProcess() {
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+  }
+  const std::string& url() const { return url_; }
+
+ private:
+  pid_t pid_ = -1;
+  std::string url_;
+};
+
+/// A thousand streams need more descriptors than the usual soft limit of 1024, on both ends.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
+std::size_t residentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  std::size_t pages = 0, resident = 0;
+  statm >> pages >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+std::string demoAccessToken(velora::HttpTransport& transport, const std::string& base) {
+  velora::HttpRequest request;
+  request.method = "POST";
+  request.url = base + "/realms/velora/protocol/openid-connect/token";
+  request.headers.set("Content-Type", "application/x-www-form-urlencoded");
+  request.body = "grant_type=password&client_id=velora-app&username=demo&password=demo-password";
+  std::promise<velora::DataResult> done;
+  velora::startDataRequest(transport, request, [&](velora::DataResult r) { done.set_value(std::move(r)); });
+  const auto result = done.get_future().get();
+  if (!result.response || result.response->head.status != 200) throw std::runtime_error("cannot log in to the sandbox");
+  const auto json = velora::AnyCodable::parse(result.response->body);
+  return *json.find("access_token")->as<std::string>();
+}
+
+/// A session that always holds the sandbox token, so the facade's streams carry it.
+class FixedSession : public velora::detail::SessionRenewer {
+ public:
+  explicit FixedSession(std::string token) : token_(std::move(token)) {}
+  velora::detail::TokenState tokenState() const override { return {true, true, true}; }
+  std::optional<std::string> accessToken() const override { return token_; }
+  void refresh(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
+  void captiveReauth(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
+  velora::Task<void> refreshAsync() override { co_return; }
+  velora::Task<void> captiveReauthAsync() override { co_return; }
+
+ private:
+  std::string token_;
+};
+
+struct Latencies {
+  std::mutex mutex;
+  bool recording = false;
+  std::vector<double> ms;
+  std::atomic<int> opened{0};
+};
+
+void BM_ManyStreams(benchmark::State& state) {
+  const int streams = static_cast<int>(state.range(0));
+  raiseDescriptorLimit();
+  SandboxProcess sandbox(streams);
+  velora::Platform p;
+  p.transport = velora::makeCurlTransport();
+  p.mainQueue = std::make_shared<velora::ThreadQueue>();
+  p.defaults = std::make_shared<velora::MemoryStore>();
+  p.host = std::make_shared<velora::StaticHostInfo>("bench.app");
+  p.clock = std::make_shared<velora::SystemClock>();
+  p.console = [](std::string_view) {};
+  velora::Orvane::setupSDK(velora::EnvironmentModel(sandbox.url(), 30), p);
+  auto facade = velora::Orvane::make(p);
+  facade->setSessionRenewer(std::make_shared<FixedSession>(demoAccessToken(*p.transport, sandbox.url())));
+  facade->setupSession();
+
+  auto latencies = std::make_shared<Latencies>();
+  const auto onPositions = [latencies](auto, auto, std::optional<std::string> data) {
+    const auto now = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch()).count();
+    const auto positions = velora::AnyCodable::parse(*data);
+    std::lock_guard lock(latencies->mutex);
+    if (!latencies->recording) return;
+    for (const auto& position : *positions.as<velora::AnyCodable::Array>()) {
+      if (const auto* sent = position.find("sentAt"); sent && sent->as<std::int64_t>()) {
+        latencies->ms.push_back(static_cast<double>(now - *sent->as<std::int64_t>()) / 1000.0);
+      }
+    }
+  };
+  const auto onComplete = [latencies](auto, auto, auto) { ++latencies->opened; };
+  const auto waitOpened = [&](int count) {
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    while (latencies->opened < count && Clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    if (latencies->opened < count) throw std::runtime_error("streams did not open");
+  };
+
+  // One stream opened and closed first, so that lazily built state is not counted per stream.
+  auto warmUp = facade->startNotifyRegionChanges({"bench-warm-up"}, {}, 60000, onComplete, {}, {});
+  waitOpened(1);
+  warmUp->removeAllListenersAndDisconnect();
+  warmUp.reset();
+  const std::size_t before = residentBytes();
+
+  std::vector<std::shared_ptr<velora::SSEManager>> managers;
+  for (int i = 0; i < streams; ++i) {
+    managers.push_back(
+        facade->startNotifyRegionChanges({"bench-tag-" + std::to_string(i)}, {}, 60000, onComplete, onPositions, {}));
+  }
+  waitOpened(streams + 1);
+  std::this_thread::sleep_for(std::chrono::seconds(2));  // buffers reach their working size
+  const std::size_t after = residentBytes();
+
+  for (auto _ : state) {
+    {
+      std::lock_guard lock(latencies->mutex);
+      latencies->recording = true;
+    }
+    const auto start = Clock::now();
+    std::this_thread::sleep_for(kMeasureFor);
+    std::lock_guard lock(latencies->mutex);
+    latencies->recording = false;
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+  }
+  for (auto& manager : managers) manager->removeAllListenersAndDisconnect();
+
+  auto& ms = latencies->ms;
+  std::sort(ms.begin(), ms.end());
+  const auto percentile = [&](double q) { return ms.empty() ? -1.0 : ms[static_cast<std::size_t>(q * (ms.size() - 1))]; };
+  state.counters["rss_per_stream_KB"] = static_cast<double>(after - before) / streams / 1024.0;
+  state.counters["events_per_s"] = static_cast<double>(ms.size()) / std::chrono::duration<double>(kMeasureFor).count();
+  state.counters["p50_ms"] = percentile(0.50);
+  state.counters["p99_ms"] = percentile(0.99);
+  state.counters["max_ms"] = ms.empty() ? -1.0 : ms.back();
+}
+
+BENCHMARK(BM_ManyStreams)->Arg(1000)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
