@@ -21,7 +21,8 @@ namespace {
 constexpr const char* kUsage =
     "Usage: velora-sandbox [--port N] [--host ADDRESS] [--no-test-routes] [--realm NAME]\n"
     "                      [--access-token-lifetime SECONDS] [--refresh-token-lifetime SECONDS]\n"
-    "                      [--auto-login USER]\n"
+    "                      [--auto-login USER] [--position-interval-ms MS] [--widget-interval-ms MS]\n"
+    "                      [--threads N]\n"
     "\n"
     "Serves the Velora sandbox platform and its identity realm until SIGTERM or SIGINT.\n"
     "  --port N                          port to listen on; 0 picks a free one (default 0)\n"
@@ -31,6 +32,11 @@ constexpr const char* kUsage =
     "  --access-token-lifetime SECONDS   how long access tokens live (default 300)\n"
     "  --refresh-token-lifetime SECONDS  how long refresh tokens live (default 1800)\n"
     "  --auto-login USER                 log USER in at once instead of showing the login page\n"
+    "  --position-interval-ms MS         how often the position and diagnostic streams report\n"
+    "                                    (default 1000)\n"
+    "  --widget-interval-ms MS           how often the widget streams take their next step\n"
+    "                                    (default 2000)\n"
+    "  --threads N                       worker threads; each open stream holds one (default 256)\n"
     "  --help                            show this help\n"
     "\n"
     "Platform routes outside /api/v1/public/ need an access token from the realm.\n"
@@ -68,7 +74,7 @@ int main(int argc, char** argv) {
       options.testRoutes = false;
     } else if (arg == "--port" || arg == "--host" || arg == "--realm" ||
                arg == "--access-token-lifetime" || arg == "--refresh-token-lifetime" ||
-               arg == "--auto-login") {
+               arg == "--auto-login" || arg == "--position-interval-ms" || arg == "--widget-interval-ms" || arg == "--threads") {
       if (i + 1 >= argc) {
         return usageError(std::string(arg) + " needs a value");
       }
@@ -86,6 +92,12 @@ int main(int argc, char** argv) {
         if (!parseNumber(value, 0, 65535, options.port)) {
           return usageError("--port needs a number from 0 to 65535, not '" + std::string(value) +
                             "'");
+        }
+      } else if (arg == "--position-interval-ms" || arg == "--widget-interval-ms" || arg == "--threads") {
+        if (!parseNumber(value, 1, std::numeric_limits<int>::max(),
+                         arg == "--position-interval-ms" ? options.positionIntervalMs : options.widgetIntervalMs)) {
+          return usageError(std::string(arg) + " needs a positive number of milliseconds, not '" +
+                            std::string(value) + "'");
         }
       } else if (!parseNumber(value, 1, std::numeric_limits<int>::max(),
                               arg == "--access-token-lifetime"

@@ -76,6 +76,25 @@ step "$velora" login guest
 step "$velora" status
 step "$velora" device-config
 step "$velora" device-config --tagid demo-tag-01 --json
+step "$velora" items list
+# Follow the meeting-room light's stream while switching the light: each change set through the
+# REST call arrives on the stream as a value_change line.
+echo
+echo "== velora watch items --item 1 --count 3   (in the background, output below)"
+"$velora" watch items --item 1 --count 3 --seconds 20 >"$state/watch.out" 2>&1 &
+watch_pid=$!
+for _ in $(seq 100); do
+  grep -q "^complete" "$state/watch.out" 2>/dev/null && break
+  sleep 0.1
+done
+step "$velora" items set 1 power on
+step "$velora" items set 1 brightness 70
+if ! wait "$watch_pid"; then
+  echo "-- watch failed"
+  failed=1
+fi
+sed 's/^/   | /' "$state/watch.out"
+step "$velora" watch home velora-demo-tag --count 3
 step "$velora" logout
 step "$velora" status
 step "$velora" log show

@@ -27,25 +27,6 @@ std::string bearerToken(const httplib::Request& req) {
   return value.substr(begin, value.find_last_not_of(" \t") + 1 - begin);
 }
 
-// Like the platform's gateway, every route outside the public prefix checks the caller's token
-// before anything else, so a route added later is guarded unless it is deliberately public.
-void addRoute(Router& router, const Realm& realm, std::string method, const std::string& path,
-              RouteHandler handler) {
-  if (path.starts_with(kPublicPrefix)) {
-    router.add(std::move(method), path, std::move(handler));
-    return;
-  }
-  router.add(std::move(method), path,
-             [&realm, handler = std::move(handler)](const httplib::Request& req,
-                                                    httplib::Response& res, const std::smatch& m) {
-               if (!realm.isLiveAccessToken(bearerToken(req))) {
-                 sendMessage(res, 401, "Unauthorized: a valid bearer token is required");
-                 return;
-               }
-               handler(req, res, m);
-             });
-}
-
 void serveImage(httplib::Response& res, const std::string& name) {
   const DemoImage* image = findDemoImage(name);
   if (image == nullptr) {
@@ -132,27 +113,46 @@ void scanLoginCode(const httplib::Request& req, httplib::Response& res) {
 
 }  // namespace
 
+// Like the platform's gateway, every route outside the public prefix checks the caller's token
+// before anything else, so a route added later is guarded unless it is deliberately public.
+void addPlatformRoute(Router& router, const Realm& realm, std::string method, const std::string& path,
+                      RouteHandler handler) {
+  if (path.starts_with(kPublicPrefix)) {
+    router.add(std::move(method), path, std::move(handler));
+    return;
+  }
+  router.add(std::move(method), path,
+             [&realm, handler = std::move(handler)](const httplib::Request& req,
+                                                    httplib::Response& res, const std::smatch& m) {
+               if (!realm.isLiveAccessToken(bearerToken(req))) {
+                 sendMessage(res, 401, "Unauthorized: a valid bearer token is required");
+                 return;
+               }
+               handler(req, res, m);
+             });
+}
+
 void addPlatformRoutes(Router& router, const Realm& realm) {
-  addRoute(router, realm, "GET", "/api/v1/public/diagnostic/check",
-           [](const httplib::Request&, httplib::Response& res, const std::smatch&) {
-             sendMessage(res, 200, "Velora sandbox is up");
-           });
-  addRoute(router, realm, "POST", "/api/v1/device/ios/conf",
-           [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-             deviceConfiguration(req, res);
-           });
-  addRoute(router, realm, "GET", "/api/v1/public/image/([^/]+)",
-           [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
-             serveImage(res, m[1].str());
-           });
-  addRoute(router, realm, "GET", "/api/v1/image/([^/]+)",
-           [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
-             serveImage(res, m[1].str());
-           });
-  addRoute(router, realm, "GET", "/api/lgnm/v1/scan",
-           [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-             scanLoginCode(req, res);
-           });
+  addPlatformRoute(router, realm, "GET", "/api/v1/public/diagnostic/check",
+                   [](const httplib::Request&, httplib::Response& res, const std::smatch&) {
+                     sendMessage(res, 200, "Velora sandbox is up");
+                   });
+  addPlatformRoute(router, realm, "POST", "/api/v1/device/ios/conf",
+                   [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
+                     deviceConfiguration(req, res);
+                   });
+  addPlatformRoute(router, realm, "GET", "/api/v1/public/image/([^/]+)",
+                   [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
+                     serveImage(res, m[1].str());
+                   });
+  addPlatformRoute(router, realm, "GET", "/api/v1/image/([^/]+)",
+                   [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
+                     serveImage(res, m[1].str());
+                   });
+  addPlatformRoute(router, realm, "GET", "/api/lgnm/v1/scan",
+                   [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
+                     scanLoginCode(req, res);
+                   });
 }
 
 }  // namespace velora::sandbox::detail

@@ -1,11 +1,83 @@
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <climits>
+#include <filesystem>
 #include <utility>
 
 #include "SandboxInternal.hpp"
 
 namespace velora::sandbox::detail {
+namespace {
+
+bool sameEndpoint(const sockaddr_storage& addr, const std::string& host, int port) {
+  char text[NI_MAXHOST];
+  const auto len = addr.ss_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+  if (getnameinfo(reinterpret_cast<const sockaddr*>(&addr), static_cast<socklen_t>(len), text,
+                  sizeof text, nullptr, 0, NI_NUMERICHOST) != 0) {
+    return false;
+  }
+  const int actualPort = addr.ss_family == AF_INET6
+                             ? ntohs(reinterpret_cast<const sockaddr_in6*>(&addr)->sin6_port)
+                             : ntohs(reinterpret_cast<const sockaddr_in*>(&addr)->sin_port);
+  return actualPort == port && host == text;
+}
+
+bool isKind(const nlohmann::json& value, JsonKind kind) {
+  switch (kind) {
+    case JsonKind::object:
+      return value.is_object();
+    case JsonKind::array:
+      return value.is_array();
+    case JsonKind::string:
+      return value.is_string();
+    case JsonKind::number:
+      return value.is_number();
+    case JsonKind::integer:
+      if (value.is_number_unsigned()) {
+        return value.get<std::uint64_t>() <= INT_MAX;
+      }
+      return value.is_number_integer() && value.get<std::int64_t>() >= INT_MIN &&
+             value.get<std::int64_t>() <= INT_MAX;
+    case JsonKind::boolean:
+      return value.is_boolean();
+  }
+  return false;
+}
+
+// Plural, for "an array of ...".
+std::string kindName(JsonKind kind) {
+  switch (kind) {
+    case JsonKind::object:
+      return "objects";
+    case JsonKind::array:
+      return "arrays";
+    case JsonKind::string:
+      return "strings";
+    case JsonKind::number:
+      return "numbers";
+    case JsonKind::integer:
+      return "integers";
+    case JsonKind::boolean:
+      return "booleans";
+  }
+  return "values";
+}
+
+std::string withArticle(JsonKind kind) {
+  std::string name = kindName(kind);
+  name.pop_back();
+  return (kind == JsonKind::object || kind == JsonKind::array || kind == JsonKind::integer ? "an " : "a ") +
+         name;
+}
+
+}  // namespace
 
 void Router::add(std::string method, const std::string& pathPattern, RouteHandler handler) {
   routes_.push_back(Route{std::move(method), std::regex(pathPattern), std::move(handler)});
@@ -37,6 +109,42 @@ void sendMessage(httplib::Response& res, int status, const std::string& message)
   sendJson(res, status, {{"code", status}, {"message", message}});
 }
 
+nlohmann::json parseObjectBody(const std::string& body) {
+  nlohmann::json parsed = nlohmann::json::parse(body, nullptr, /*allow_exceptions=*/false);
+  if (parsed.is_discarded()) {
+    throw RequestError(400, "Request body is not valid JSON");
+  }
+  if (!parsed.is_object()) {
+    throw RequestError(400, "Request body must be a JSON object");
+  }
+  return parsed;
+}
+
+const nlohmann::json* optionalMember(const nlohmann::json& object, const std::string& key, JsonKind kind,
+                                     const std::string& name) {
+  const auto it = object.find(key);
+  if (it == object.end() || it->is_null()) {
+    return nullptr;
+  }
+  if (!isKind(*it, kind)) {
+    throw RequestError(400, name + " must be " + withArticle(kind));
+  }
+  return &*it;
+}
+
+const nlohmann::json* optionalList(const nlohmann::json& object, const std::string& key, JsonKind elementKind,
+                                   const std::string& name) {
+  const nlohmann::json* list = optionalMember(object, key, JsonKind::array, name);
+  if (list != nullptr) {
+    for (const auto& element : *list) {
+      if (!isKind(element, elementKind)) {
+        throw RequestError(400, name + " must be an array of " + kindName(elementKind));
+      }
+    }
+  }
+  return list;
+}
+
 bool isConnectionPseudoHeader(const std::string& name) {
   return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" ||
          name == "LOCAL_PORT";
@@ -47,6 +155,36 @@ std::string lowerCase(std::string text) {
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return text;
 }
+
+// The socket is found by its address pair among this process's descriptors. The match cannot be a stale descriptor: the
+// connection stays open while its handler runs, and a TCP address pair is unique among open
+// connections (the in-process client's end has the pair reversed).
+int connectionSocket(const httplib::Request& req) {
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
+    long long fd = -1;
+    if (!parseInt(entry.path().filename().string(), 0, 1 << 30, fd)) {
+      continue;
+    }
+    const int sock = static_cast<int>(fd);
+    struct stat info {};
+    if (fstat(sock, &info) != 0 || !S_ISSOCK(info.st_mode)) {
+      continue;
+    }
+    sockaddr_storage local{};
+    sockaddr_storage peer{};
+    socklen_t localLen = sizeof local;
+    socklen_t peerLen = sizeof peer;
+    if (getsockname(sock, reinterpret_cast<sockaddr*>(&local), &localLen) == 0 &&
+        getpeername(sock, reinterpret_cast<sockaddr*>(&peer), &peerLen) == 0 &&
+        sameEndpoint(local, req.local_addr, req.local_port) &&
+        sameEndpoint(peer, req.remote_addr, req.remote_port)) {
+      return sock;
+    }
+  }
+  return -1;
+}
+
 
 std::string rawQuery(const httplib::Request& req) {
   const auto mark = req.target.find('?');

@@ -64,6 +64,9 @@ void validate(const SandboxOptions& options) {
   if (options.accessTokenLifetimeSeconds < 1 || options.refreshTokenLifetimeSeconds < 1) {
     throw std::invalid_argument("velora-sandbox: token lifetimes must be at least one second");
   }
+  if (options.positionIntervalMs < 1 || options.widgetIntervalMs < 1) {
+    throw std::invalid_argument("velora-sandbox: stream intervals must be at least one millisecond");
+  }
 }
 
 detail::RealmSettings realmSettings(const SandboxOptions& options) {
@@ -76,10 +79,12 @@ detail::RealmSettings realmSettings(const SandboxOptions& options) {
 struct Sandbox::Impl {
   SandboxOptions options;
   httplib::Server server;
-  // Before the router, whose routes refer to it.
-  detail::Realm realm;
-  detail::Router router;
   std::atomic<bool> stopping{false};
+  // Before the router, whose routes refer to them.
+  detail::Realm realm;
+  detail::Equipment equipment;
+  detail::StreamHub hub{stopping};
+  detail::Router router;
   std::atomic<bool> listenerDone{false};
   std::thread listener;
   std::mutex stopMutex;
@@ -109,8 +114,11 @@ std::string Sandbox::Impl::url() const {
 void Sandbox::Impl::configure() {
   detail::addRealmRoutes(router, realm);
   detail::addPlatformRoutes(router, realm);
+  detail::addEquipmentRoutes(router, realm, equipment, hub);
+  detail::addStreamRoutes(router, realm, equipment, hub, options);
   if (options.testRoutes) {
     detail::addTestRoutes(router, stopping);
+    detail::addTestStreamRoutes(router, hub);
   }
 
   const auto threads = static_cast<std::size_t>(options.threads);
@@ -209,6 +217,8 @@ void Sandbox::Impl::handle(const httplib::Request& req, httplib::Response& res) 
   } leave{inFlight};
   try {
     router.dispatch(req, res);
+  } catch (const detail::RequestError& e) {
+    detail::sendMessage(res, e.status(), e.what());
   } catch (const std::exception& e) {
     detail::sendMessage(res, 500, std::string("Velora sandbox failed: ") + e.what());
   }
@@ -217,6 +227,7 @@ void Sandbox::Impl::handle(const httplib::Request& req, httplib::Response& res) 
 void Sandbox::Impl::stop() {
   const std::lock_guard lock(stopMutex);
   stopping = true;
+  hub.wakeAll();
   if (!listener.joinable()) {
     return;
   }
@@ -290,5 +301,15 @@ std::string Sandbox::issueAccessToken(const std::string& username) {
 }
 
 void Sandbox::advanceClock(std::chrono::seconds by) { impl_->realm.advanceClock(by); }
+
+std::size_t Sandbox::itemSetCount(int valueId) const { return impl_->equipment.setCount(valueId); }
+
+std::string Sandbox::itemValue(int valueId) const { return impl_->equipment.value(valueId).value_or(""); }
+
+std::size_t Sandbox::openStreamCount() const { return impl_->hub.openStreams(); }
+
+std::size_t Sandbox::streamsOpened() const { return impl_->hub.streamsOpened(); }
+
+void Sandbox::setStreamFaults(StreamFaults faults) { impl_->hub.setFaults(faults); }
 
 }  // namespace velora::sandbox

@@ -1,15 +1,10 @@
 // Routes that let integration tests of the HTTP pipeline choose the status, body, delay,
 // redirects and failures they need, over real sockets.
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <thread>
 
 #include "SandboxInternal.hpp"
@@ -24,49 +19,6 @@ constexpr long long kMaxBytes = 64LL * 1024 * 1024;
 constexpr long long kMaxRedirectChain = 1000;
 // How often a delayed answer checks whether the server is stopping.
 constexpr auto kDelayStep = std::chrono::milliseconds(10);
-
-bool sameEndpoint(const sockaddr_storage& addr, const std::string& host, int port) {
-  char text[NI_MAXHOST];
-  const auto len = addr.ss_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-  if (getnameinfo(reinterpret_cast<const sockaddr*>(&addr), static_cast<socklen_t>(len), text,
-                  sizeof text, nullptr, 0, NI_NUMERICHOST) != 0) {
-    return false;
-  }
-  const int actualPort = addr.ss_family == AF_INET6
-                             ? ntohs(reinterpret_cast<const sockaddr_in6*>(&addr)->sin6_port)
-                             : ntohs(reinterpret_cast<const sockaddr_in*>(&addr)->sin_port);
-  return actualPort == port && host == text;
-}
-
-// httplib hands handlers neither the connection nor its socket, so the socket is found by its
-// address pair among this process's descriptors. The match cannot be a stale descriptor: the
-// connection stays open while its handler runs, and a TCP address pair is unique among open
-// connections (the in-process client's end has the pair reversed).
-int connectionSocket(const httplib::Request& req) {
-  std::error_code ec;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
-    long long fd = -1;
-    if (!parseInt(entry.path().filename().string(), 0, 1 << 30, fd)) {
-      continue;
-    }
-    const int sock = static_cast<int>(fd);
-    struct stat info {};
-    if (fstat(sock, &info) != 0 || !S_ISSOCK(info.st_mode)) {
-      continue;
-    }
-    sockaddr_storage local{};
-    sockaddr_storage peer{};
-    socklen_t localLen = sizeof local;
-    socklen_t peerLen = sizeof peer;
-    if (getsockname(sock, reinterpret_cast<sockaddr*>(&local), &localLen) == 0 &&
-        getpeername(sock, reinterpret_cast<sockaddr*>(&peer), &peerLen) == 0 &&
-        sameEndpoint(local, req.local_addr, req.local_port) &&
-        sameEndpoint(peer, req.remote_addr, req.remote_port)) {
-      return sock;
-    }
-  }
-  return -1;
-}
 
 // Shutting the socket down makes the client see the connection end with no response at all;
 // httplib's own attempt to write the answer afterwards then fails (EPIPE: httplib::Server

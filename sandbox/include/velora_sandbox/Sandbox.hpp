@@ -37,6 +37,11 @@ inline constexpr const char* kAliceLoginCode = "DEMO-QR-ALICE";
 inline constexpr const char* kExpiredLoginCode = "DEMO-QR-EXPIRED";
 /// How long an authorization code can be exchanged after the login that produced it.
 inline constexpr int kCodeLifetimeSeconds = 60;
+/// Equipment item 1 is the "Meeting room light"; its power toggle starts "off".
+inline constexpr int kDemoLightItemId = 1;
+inline constexpr int kDemoLightPowerValueId = 101;
+/// The tag the position and diagnostic streams follow when the request names none.
+inline constexpr const char* kDemoTagId = "velora-demo-tag";
 }  // namespace demo
 
 struct SandboxOptions {
@@ -56,6 +61,25 @@ struct SandboxOptions {
   int refreshTokenLifetimeSeconds = 1800;
   /// A demo user whom the login page signs in at once, without showing the form.
   std::optional<std::string> autoLoginUser;
+
+  /// How often the position and diagnostic streams report, and how often the widget streams
+  /// take their next scripted step.
+  int positionIntervalMs = 1000;
+  int widgetIntervalMs = 2000;
+};
+
+/// Misbehaviour of the next event streams, so that clients can be tested against it.
+struct StreamFaults {
+  /// After this many events (the connect event and checks included), end the stream cleanly.
+  int closeAfterEvents = 0;
+  /// Answer 401 instead of the stream, whatever the token.
+  bool refuseUnauthorized = false;
+  /// Wait this long before answering.
+  int headerDelayMs = 0;
+  /// Write the first event and half of the second, then abort the connection.
+  bool cutMidEvent = false;
+  /// How many stream connections these faults apply to; -1: every one until replaced.
+  int remaining = -1;
 };
 
 /// What the sandbox saw of one request (for tests).
@@ -104,6 +128,21 @@ class Sandbox {
   /// Moves the realm's clock forward, so that tests see tokens and codes expire without
   /// waiting for them.
   void advanceClock(std::chrono::seconds by);
+
+  /// Successful POST /api/v1/item/set requests for an equipment value id.
+  std::size_t itemSetCount(int valueId) const;
+  /// The stored value of an equipment value id; empty when it has none. Throws
+  /// std::invalid_argument for an id no control has.
+  std::string itemValue(int valueId) const;
+
+  /// Event streams being served right now.
+  std::size_t openStreamCount() const;
+  /// Event streams accepted since start (refused and malformed requests not included).
+  std::size_t streamsOpened() const;
+  /// Applies `faults` to the next stream connections, replacing earlier ones; StreamFaults{}
+  /// clears them. Throws std::invalid_argument for a negative count, a delay above 600000 ms or
+  /// `remaining` below -1.
+  void setStreamFaults(StreamFaults faults);
 
  private:
   struct Impl;

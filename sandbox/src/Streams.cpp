@@ -1,0 +1,659 @@
+// The platform's event streams, the plain test stream and the stream fault switches.
+//
+// A stream is one long chunked answer. httplib calls the provider again and again on the
+// connection's worker thread until it ends the answer; each call writes what is due and
+// otherwise waits briefly on the hub, so that a set value goes out at once and stopping the
+// server is never held up. Each open stream keeps its worker thread.
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+#include <utility>
+
+#include "SandboxInternal.hpp"
+
+namespace velora::sandbox::detail {
+namespace {
+
+using nlohmann::json;
+using Clock = StreamHub::Clock;
+using std::chrono::milliseconds;
+
+// The longest a stream waits before looking at its connection and the server again.
+constexpr milliseconds kWaitStep{50};
+// Changes kept for streams that have not written them yet; one further behind misses some.
+constexpr std::size_t kKeptChanges = 1024;
+constexpr milliseconds kDefaultCheck{60000};
+constexpr double kMinCheckMs = 20;
+constexpr double kMaxMs = 24.0 * 3600 * 1000;
+constexpr long long kMaxTestDelayMs = 10LL * 60 * 1000;
+
+}  // namespace
+
+void StreamHub::wakeAll() {
+  // Taking the lock orders this after a waiter's last look at `stopping`, so none sleeps on.
+  { const std::lock_guard lock(mutex_); }
+  changed_.notify_all();
+}
+
+void StreamHub::publish(ValueChange change) {
+  {
+    const std::lock_guard lock(mutex_);
+    recent_.push_back(std::move(change));
+    ++sequence_;
+    if (recent_.size() > kKeptChanges) {
+      recent_.pop_front();
+    }
+  }
+  changed_.notify_all();
+}
+
+std::uint64_t StreamHub::sequence() const {
+  const std::lock_guard lock(mutex_);
+  return sequence_;
+}
+
+std::vector<ValueChange> StreamHub::changesSince(std::uint64_t& seen) const {
+  const std::lock_guard lock(mutex_);
+  const auto missed = static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(sequence_ - seen, recent_.size()));
+  seen = sequence_;
+  return {recent_.end() - missed, recent_.end()};
+}
+
+void StreamHub::wait(std::uint64_t seen, Clock::time_point until) const {
+  std::unique_lock lock(mutex_);
+  changed_.wait_until(lock, std::min(until, Clock::now() + kWaitStep),
+                      [&] { return sequence_ != seen || stopping_; });
+}
+
+bool StreamHub::pause(milliseconds delay) const {
+  std::unique_lock lock(mutex_);
+  return !changed_.wait_for(lock, delay, [this] { return stopping_.load(); });
+}
+
+void StreamHub::setFaults(StreamFaults faults) {
+  if (faults.closeAfterEvents < 0 || faults.headerDelayMs < 0 || faults.headerDelayMs > kMaxTestDelayMs ||
+      faults.remaining < -1) {
+    throw std::invalid_argument(
+        "velora-sandbox: closeAfterEvents must not be negative, headerDelayMs must be from 0 to 600000 "
+        "and remaining -1 (every stream) or more");
+  }
+  const std::lock_guard lock(mutex_);
+  faults_ = faults;
+}
+
+StreamFaults StreamHub::takeFaults() {
+  const std::lock_guard lock(mutex_);
+  if (faults_.remaining == 0) {
+    return {};
+  }
+  if (faults_.remaining > 0) {
+    --faults_.remaining;
+  }
+  return faults_;
+}
+
+void StreamHub::streamStarted() {
+  ++open_;
+  ++opened_;
+}
+
+void StreamHub::streamEnded() { --open_; }
+
+namespace {
+
+struct Event {
+  std::string name;
+  json data;
+};
+
+// What one stream sends besides its checks.
+struct StreamPlan {
+  std::string prelude;  // written before the first event, as it is
+  std::vector<Event> opening;
+  std::optional<milliseconds> check;
+  // `tick` runs `firstTick` after the start and then every `tickInterval`, until it returns
+  // nothing; then the stream ends if `endAfterTicks`, else it idles.
+  std::function<std::optional<Event>()> tick;
+  milliseconds firstTick{0};
+  milliseconds tickInterval{0};
+  bool endAfterTicks = false;
+  std::function<std::optional<Event>(const ValueChange&)> onChange;
+  // The test stream puts the id line first so that clients meet both field orders.
+  bool idLineFirst = false;
+};
+
+long long epochMillis() {
+  return std::chrono::duration_cast<milliseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+class StreamSession {
+ public:
+  StreamSession(StreamPlan plan, StreamFaults faults, StreamHub& hub, std::uint64_t seen, int socket)
+      : plan_(std::move(plan)), faults_(faults), hub_(hub), seen_(seen), socket_(socket), ticking_(static_cast<bool>(plan_.tick)) {
+    hub_.streamStarted();
+  }
+  ~StreamSession() { hub_.streamEnded(); }
+  StreamSession(const StreamSession&) = delete;
+  StreamSession& operator=(const StreamSession&) = delete;
+
+  // httplib's content provider; false aborts the connection without ending the answer.
+  bool provide(httplib::DataSink& sink) {
+    if (hub_.stopping() || peerGone()) {
+      return false;
+    }
+    const auto now = Clock::now();
+    std::vector<Event> due;
+    if (!started_) {
+      started_ = true;
+      nextCheck_ = now + plan_.check.value_or(milliseconds::zero());
+      nextTick_ = now + plan_.firstTick;
+      if (!plan_.prelude.empty() && !sink.write(plan_.prelude.data(), plan_.prelude.size())) {
+        return false;
+      }
+      due = plan_.opening;
+    }
+    for (const auto& change : hub_.changesSince(seen_)) {
+      if (auto event = plan_.onChange ? plan_.onChange(change) : std::nullopt) {
+        due.push_back(std::move(*event));
+      }
+    }
+    if (plan_.check && now >= nextCheck_) {
+      due.push_back({"check", epochMillis()});
+      nextCheck_ = now + *plan_.check;
+    }
+    bool ticksOver = false;
+    if (ticking_ && now >= nextTick_) {
+      if (auto event = plan_.tick()) {
+        due.push_back(std::move(*event));
+        nextTick_ += plan_.tickInterval;
+        if (nextTick_ < now) {  // fell behind: skip the missed ticks rather than send a burst
+          nextTick_ = now + plan_.tickInterval;
+        }
+      } else {
+        ticking_ = false;
+        ticksOver = plan_.endAfterTicks;
+      }
+    }
+    for (const auto& event : due) {
+      if (!send(sink, event)) {
+        return false;
+      }
+      if (ended_) {
+        return true;
+      }
+    }
+    if (ticksOver) {
+      end(sink);
+    } else if (due.empty()) {
+      auto until = plan_.check ? nextCheck_ : Clock::time_point::max();
+      hub_.wait(seen_, ticking_ ? std::min(until, nextTick_) : until);
+    }
+    return true;
+  }
+
+ private:
+  bool send(httplib::DataSink& sink, const Event& event) {
+    const std::string id = "id: " + std::to_string(nextId_++) + "\n";
+    const std::string name = "event: " + event.name + "\n";
+    const std::string frame = (plan_.idLineFirst ? id + name : name + id) + "data: " +
+                              event.data.dump(-1, ' ', false, json::error_handler_t::replace) + "\n\n";
+    if (faults_.cutMidEvent && written_ == 1) {
+      sink.write(frame.data(), frame.size() / 2);
+      return false;
+    }
+    if (!sink.write(frame.data(), frame.size())) {
+      return false;
+    }
+    if (++written_ == faults_.closeAfterEvents) {
+      end(sink);
+    }
+    return true;
+  }
+
+  void end(httplib::DataSink& sink) {
+    sink.done();
+    ended_ = true;
+  }
+
+  // A client that leaves a quiet stream is noticed here rather than at the next write, which may
+  // be a minute away.
+  bool peerGone() const {
+    pollfd entry{socket_, POLLRDHUP, 0};
+    return socket_ >= 0 && ::poll(&entry, 1, 0) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+  }
+
+  StreamPlan plan_;
+  StreamFaults faults_;
+  StreamHub& hub_;
+  std::uint64_t seen_;
+  int socket_;
+  bool started_ = false;
+  bool ticking_;
+  bool ended_ = false;
+  long long nextId_ = 1;
+  int written_ = 0;
+  Clock::time_point nextCheck_;
+  Clock::time_point nextTick_;
+};
+
+void serveStream(const httplib::Request& req, httplib::Response& res, StreamHub& hub, StreamPlan plan,
+                 std::uint64_t seen) {
+  const StreamFaults faults = hub.takeFaults();
+  if (faults.headerDelayMs > 0 && !hub.pause(milliseconds(faults.headerDelayMs))) {
+    sendMessage(res, 503, "Velora sandbox is stopping");
+    return;
+  }
+  if (faults.refuseUnauthorized) {
+    sendMessage(res, 401, "Unauthorized: a valid bearer token is required");
+    return;
+  }
+  auto session = std::make_shared<StreamSession>(std::move(plan), faults, hub, seen, connectionSocket(req));
+  res.status = 200;
+  res.set_header("Cache-Control", "no-cache");
+  res.set_chunked_content_provider(
+      "text/event-stream",
+      [session](std::size_t, httplib::DataSink& sink) { return session->provide(sink); });
+}
+
+// Absent, zero or negative: the platform's default of a minute.
+milliseconds checkInterval(const json& body, const std::string& section, const std::string& key) {
+  const json* outer = optionalMember(body, section, JsonKind::object, section);
+  const json* value = outer ? optionalMember(*outer, key, JsonKind::number, section + "." + key) : nullptr;
+  if (value == nullptr || value->get<double>() <= 0) {
+    return kDefaultCheck;
+  }
+  return milliseconds(static_cast<long long>(std::clamp(value->get<double>(), kMinCheckMs, kMaxMs)));
+}
+
+// The keep-alive settings object the item, position and generic event streams share.
+milliseconds configuredCheck(const json& body, const std::string& section) {
+  if (const json* outer = optionalMember(body, section, JsonKind::object, section)) {
+    for (const std::string key : {"refresh", "timeout"}) {
+      optionalMember(*outer, key, JsonKind::number, section + "." + key);
+    }
+  }
+  return checkInterval(body, section, "checkTimeout");
+}
+
+StreamPlan itemPlan(const json& body, const Equipment& equipment) {
+  const json* filterBody = optionalMember(body, "filter", JsonKind::object, "filter");
+  ItemFilter filter = filterBody ? parseItemFilter(*filterBody, "filter.") : ItemFilter{};
+  if (const json* ids = optionalList(body, "itemIdList", JsonKind::integer, "itemIdList")) {
+    filter.itemIds = ids->get<std::vector<int>>();
+  }
+  StreamPlan plan;
+  plan.check = configuredCheck(body, "sseConfig");
+  json items = equipment.list(filter);
+  std::set<int> streamed;
+  for (const auto& item : items) {
+    streamed.insert(item["id"].get<int>());
+  }
+  plan.opening.push_back({"complete", std::move(items)});
+  plan.onChange = [streamed](const ValueChange& change) -> std::optional<Event> {
+    if (!streamed.contains(change.itemId)) {
+      return std::nullopt;
+    }
+    json value = {{"id", change.valueId}};
+    if (change.value) {
+      value["value"] = *change.value;
+    }
+    return Event{"value_change", json::array({value})};
+  };
+  return plan;
+}
+
+std::vector<std::string> tagsOf(const json* list) {
+  if (list == nullptr || list->empty()) {
+    return {demo::kDemoTagId};
+  }
+  return list->get<std::vector<std::string>>();
+}
+
+// Tags walk round the edge of the demo floor, 40 by 20 metres, a metre per report; rooms 11 to
+// 14 split it along x.
+constexpr int kFloorWidth = 40;
+constexpr int kFloorDepth = 20;
+constexpr std::uint64_t kLap = 2 * (kFloorWidth + kFloorDepth);
+
+json tagPosition(const std::string& tag, std::uint64_t step) {
+  // Each tag starts at a point of its own, so that several tags do not move as one.
+  const int s = static_cast<int>((fnv1a64(tag) % kLap + step) % kLap);
+  int x = 0;
+  int y = 0;
+  if (s < kFloorWidth) {
+    x = s;
+  } else if (s < kFloorWidth + kFloorDepth) {
+    x = kFloorWidth;
+    y = s - kFloorWidth;
+  } else if (s < 2 * kFloorWidth + kFloorDepth) {
+    x = kFloorWidth - (s - kFloorWidth - kFloorDepth);
+    y = kFloorDepth;
+  } else {
+    y = kFloorDepth - (s - 2 * kFloorWidth - kFloorDepth);
+  }
+  const auto sentAt =
+      std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch()).count();
+  return {{"mapId", 1},          {"tagid", tag},  {"roomId", 11 + std::min(x / 10, 3)},
+          {"x", double(x)},      {"y", double(y)}, {"level", 1},
+          {"sentAt", sentAt}};
+}
+
+StreamPlan positionPlan(const json& body, milliseconds interval) {
+  const json* filter = optionalMember(body, "filter", JsonKind::object, "filter");
+  const auto tags = tagsOf(filter ? optionalList(*filter, "tagIdList", JsonKind::string, "filter.tagIdList") : nullptr);
+  const auto positions = [tags](std::uint64_t step) {
+    json list = json::array();
+    for (const auto& tag : tags) {
+      list.push_back(tagPosition(tag, step));
+    }
+    return list;
+  };
+  StreamPlan plan;
+  plan.check = configuredCheck(body, "update");
+  plan.opening.push_back({"complete", positions(0)});
+  plan.firstTick = plan.tickInterval = interval;
+  plan.tick = [positions, step = std::uint64_t{0}]() mutable -> std::optional<Event> {
+    return Event{"positions", positions(++step)};
+  };
+  return plan;
+}
+
+StreamPlan diagnosticPlan(const json& body, milliseconds interval) {
+  const json* tracking = optionalMember(body, "tagTracking", JsonKind::object, "tagTracking");
+  if (tracking == nullptr) {
+    throw RequestError(400, "tagTracking is required");
+  }
+  const json* forget =
+      optionalMember(*tracking, "forgetTagMillis", JsonKind::number, "tagTracking.forgetTagMillis");
+  const auto tags = tagsOf(optionalList(*tracking, "tags", JsonKind::string, "tagTracking.tags"));
+  // Tags named "...-lost" stop being seen when the stream starts, so they are forgotten once
+  // forgetTagMillis has passed.
+  const auto lostAt =
+      Clock::now() +
+      milliseconds(static_cast<long long>(forget ? std::clamp(forget->get<double>(), 0.0, kMaxMs) : 0.0));
+  const auto states = [tags, lostAt] {
+    json state = json::object();
+    for (const auto& tag : tags) {
+      state[tag] = tag.ends_with("-lost") && Clock::now() >= lostAt ? "LOST" : "VISIBLE";
+    }
+    return state;
+  };
+  StreamPlan plan;
+  plan.check = kDefaultCheck;
+  plan.opening.push_back({"complete", {{"tagTracking", states()}}});
+  plan.firstTick = plan.tickInterval = interval;
+  plan.tick = [states]() -> std::optional<Event> { return Event{"tagTracking", states()}; };
+  return plan;
+}
+
+// The event types the generic stream can send.
+const std::set<std::string> kGenericEventTypes = {"ITEM_VALUE_CHANGED"};
+
+StreamPlan genericPlan(const json& body) {
+  const json* filter = optionalMember(body, "filter", JsonKind::object, "filter");
+  std::set<std::string> subscribed = kGenericEventTypes;
+  if (filter != nullptr) {
+    optionalMember(*filter, "streamType", JsonKind::string, "filter.streamType");
+    if (const json* outputs = optionalList(*filter, "outputEvents", JsonKind::string, "filter.outputEvents")) {
+      subscribed = outputs->get<std::set<std::string>>();
+    }
+  }
+  StreamPlan plan;
+  plan.check = configuredCheck(body, "update");
+  plan.opening.push_back({"complete",
+                          {{"status", "SUBSCRIBED"},
+                           {"message", "Subscribed to " + std::to_string(subscribed.size()) + " event types"},
+                           {"statusCode", 200}}});
+  if (subscribed.contains("ITEM_VALUE_CHANGED")) {
+    plan.onChange = [](const ValueChange& change) -> std::optional<Event> {
+      return Event{"ITEM_VALUE_CHANGED",
+                   {{"status", "ITEM_VALUE_CHANGED"},
+                    {"message", change.itemName + ": " + change.controlName + " = " + change.value.value_or("")},
+                    {"statusCode", 200}}};
+    };
+  }
+  return plan;
+}
+
+json blurWidget(const std::string& id, const std::string& name, const std::string& mainValue,
+                const std::string& subValueText) {
+  return {{"type", "WIDGET_BLUR"}, {"componentId", id},        {"enabled", true},
+          {"name", name},          {"mainValue", mainValue},   {"subValueText", subValueText},
+          {"radius", 12}};
+}
+
+json homeWidgets() {
+  return json::array({
+      blurWidget("w-temp-1", "Temperature", "21.5 °C", "Meeting room"),
+      {{"type", "WIDGET_DOUBLE_VALUE"},
+       {"componentId", "w-desks-1"},
+       {"enabled", true},
+       {"name", "Free desks"},
+       {"value1", "3"},
+       {"value2", "12"},
+       {"radius", 12}},
+      {{"type", "BUTTON"},
+       {"componentId", "b1"},
+       {"enabled", true},
+       {"name", "Book a desk"},
+       {"buttonStyle", "PRIMARY_FILLED"}},
+      {{"type", "WIDGET_SECTION"},
+       {"componentId", "s1"},
+       {"enabled", true},
+       {"name", "Today"},
+       {"components", json::array({blurWidget("w-meetings-1", "Meetings", "2", "Next at 14:00")})}},
+      // A kind newer than any client: clients must keep it as it is.
+      {{"type", "WIDGET_FUTURE"}, {"componentId", "f1"}, {"enabled", true}, {"hologram", {{"depth", 3}}}},
+  });
+}
+
+std::string roomName(const std::string& roomId) {
+  static const std::map<std::string, std::string> kNames = {
+      {"11", "Meeting room"}, {"12", "Open space"}, {"13", "Kitchen"}, {"14", "Entrance hall"}};
+  const auto it = kNames.find(roomId);
+  return it == kNames.end() ? "Room " + roomId : it->second;
+}
+
+json roomWidgets(const std::string& roomId) {
+  const std::string prefix = "w-room-" + roomId;
+  return json::array({blurWidget(prefix + "-temp", "Temperature", "21.5 °C", roomName(roomId)),
+                      {{"type", "WIDGET_DOUBLE_VALUE"},
+                       {"componentId", prefix + "-occupancy"},
+                       {"enabled", true},
+                       {"name", "Occupancy"},
+                       {"value1", "4"},
+                       {"value2", "10"},
+                       {"radius", 12}}});
+}
+
+std::string celsius(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f °C", value);
+  return text;
+}
+
+// The home and room streams add a widget, update it, remove it and empty the container, then
+// start over with a widget of a new id.
+class WidgetScript {
+ public:
+  explicit WidgetScript(std::string container) : container_(std::move(container)) {}
+
+  Event next() {
+    const int cycle = step_ / 4;
+    const int phase = step_ % 4;
+    ++step_;
+    if (phase == 3) {
+      return {"remove_all", {{"container", container_}}};
+    }
+    static constexpr const char* kNames[] = {"add", "update", "remove"};
+    const json widget = blurWidget(container_ + "-live-" + std::to_string(cycle + 1), "Live reading",
+                                   celsius(phase == 0 ? 20.0 : 20.5), "Sandbox sensor");
+    return {kNames[phase], {{"container", container_}, {"widgets", json::array({widget})}}};
+  }
+
+ private:
+  std::string container_;
+  int step_ = 0;
+};
+
+// The fields of the widget streams' body, checked for their kinds.
+void checkWidgetBody(const json& body) {
+  optionalMember(body, "componentId", JsonKind::string, "componentId");
+  optionalMember(body, "roomId", JsonKind::string, "roomId");
+  if (const json* filter = optionalMember(body, "filter", JsonKind::object, "filter")) {
+    optionalMember(*filter, "tagid", JsonKind::string, "filter.tagid");
+    optionalList(*filter, "widgetIdList", JsonKind::string, "filter.widgetIdList");
+  }
+}
+
+std::string requiredText(const json& body, const std::string& key) {
+  const json* value = optionalMember(body, key, JsonKind::string, key);
+  if (value == nullptr) {
+    throw RequestError(400, key + " is required");
+  }
+  return value->get<std::string>();
+}
+
+StreamPlan containerPlan(const json& body, const std::string& container, json widgets, milliseconds interval) {
+  StreamPlan plan;
+  plan.check = checkInterval(body, "update", "checkTime");
+  plan.opening.push_back({"subscription", {{"container", container}, {"widgets", std::move(widgets)}}});
+  plan.firstTick = plan.tickInterval = interval;
+  plan.tick = [script = WidgetScript(container)]() mutable -> std::optional<Event> { return script.next(); };
+  return plan;
+}
+
+StreamPlan widgetPlan(const json& body, milliseconds interval) {
+  const std::string id = requiredText(body, "componentId");
+  StreamPlan plan;
+  plan.check = checkInterval(body, "update", "checkTime");
+  const auto widget = [id](int reading) {
+    return json::array({blurWidget(id, "Live value", celsius(20.0 + 0.5 * (reading % 10)), "Sandbox sensor")});
+  };
+  plan.opening.push_back({"subscription", {{"container", id}, {"widgets", widget(0)}}});
+  plan.firstTick = plan.tickInterval = interval;
+  plan.tick = [id, widget, reading = 0]() mutable -> std::optional<Event> {
+    return Event{"update", {{"container", id}, {"widgets", widget(++reading)}}};
+  };
+  return plan;
+}
+
+using PlanMaker = std::function<StreamPlan(const json& body)>;
+
+void addStream(Router& router, const Realm& realm, StreamHub& hub, const std::string& path, PlanMaker makePlan) {
+  addPlatformRoute(router, realm, "POST", path,
+                   [&hub, makePlan = std::move(makePlan)](const httplib::Request& req, httplib::Response& res,
+                                                          const std::smatch&) {
+                     // Taken before the connect event is assembled: a change racing with it is
+                     // sent again rather than lost.
+                     const auto seen = hub.sequence();
+                     serveStream(req, res, hub, makePlan(parseObjectBody(req.body)), seen);
+                   });
+}
+
+bool parseFlag(const httplib::Request& req, const char* name, long long max, long long& out) {
+  return !req.has_param(name) || parseInt(req.get_param_value(name), 0, max, out);
+}
+
+void testStream(const httplib::Request& req, httplib::Response& res, StreamHub& hub) {
+  long long events = 0;
+  long long retry = 0;
+  long long intervalMs = 0;
+  long long close = 0;
+  if (!parseFlag(req, "events", 1000000, events) || !parseFlag(req, "retry", kMaxTestDelayMs, retry) ||
+      !parseFlag(req, "interval_ms", kMaxTestDelayMs, intervalMs) || !parseFlag(req, "close", 1, close)) {
+    sendMessage(res, 400,
+                "events must be a count up to 1000000, retry and interval_ms milliseconds up to 600000, "
+                "close 0 or 1");
+    return;
+  }
+  StreamPlan plan;
+  if (req.has_param("retry")) {
+    plan.prelude = "retry: " + std::to_string(retry) + "\n\n";
+  }
+  plan.tickInterval = milliseconds(intervalMs);
+  plan.tick = [n = 0LL, events, authorization = req.get_header_value("Authorization")]() mutable
+      -> std::optional<Event> {
+    if (n == events) {
+      return std::nullopt;
+    }
+    return Event{"tick", {{"n", ++n}, {"authorization", authorization}}};
+  };
+  plan.endAfterTicks = close == 1;
+  plan.idLineFirst = true;
+  serveStream(req, res, hub, std::move(plan), hub.sequence());
+}
+
+void setFaults(const httplib::Request& req, httplib::Response& res, StreamHub& hub) {
+  const json body = parseObjectBody(req.body);
+  StreamFaults faults;
+  const std::pair<std::string, int*> counts[] = {
+      {"closeAfterEvents", &faults.closeAfterEvents}, {"headerDelayMs", &faults.headerDelayMs}, {"remaining", &faults.remaining}};
+  for (const auto& [key, slot] : counts) {
+    if (const json* value = optionalMember(body, key, JsonKind::integer, key)) {
+      *slot = value->get<int>();
+    }
+  }
+  const std::pair<std::string, bool*> flags[] = {{"refuseUnauthorized", &faults.refuseUnauthorized},
+                                                 {"cutMidEvent", &faults.cutMidEvent}};
+  for (const auto& [key, slot] : flags) {
+    if (const json* value = optionalMember(body, key, JsonKind::boolean, key)) {
+      *slot = value->get<bool>();
+    }
+  }
+  try {
+    hub.setFaults(faults);
+  } catch (const std::invalid_argument& e) {
+    throw RequestError(400, e.what());
+  }
+  const bool none = faults.closeAfterEvents == 0 && !faults.refuseUnauthorized && faults.headerDelayMs == 0 &&
+                    !faults.cutMidEvent;
+  sendMessage(res, 200,
+              none                      ? "Stream faults cleared"
+              : faults.remaining == -1 ? "Stream faults set for every stream"
+                                       : "Stream faults set for the next " + std::to_string(faults.remaining) +
+                                             (faults.remaining == 1 ? " stream" : " streams"));
+}
+
+}  // namespace
+
+void addStreamRoutes(Router& router, const Realm& realm, const Equipment& equipment, StreamHub& hub,
+                     const SandboxOptions& options) {
+  const milliseconds positionInterval(options.positionIntervalMs);
+  const milliseconds widgetInterval(options.widgetIntervalMs);
+  addStream(router, realm, hub, "/api/v1/item/listen",
+            [&equipment](const json& body) { return itemPlan(body, equipment); });
+  addStream(router, realm, hub, "/api/v1/realtime/sse/position/filtered",
+            [positionInterval](const json& body) { return positionPlan(body, positionInterval); });
+  addStream(router, realm, hub, "/api/v1/diagnostic/sse",
+            [positionInterval](const json& body) { return diagnosticPlan(body, positionInterval); });
+  addStream(router, realm, hub, "/api/ssemanager/stream/events", genericPlan);
+  addStream(router, realm, hub, "/api/v2/widget/card/stream/home/events", [widgetInterval](const json& body) {
+    checkWidgetBody(body);
+    return containerPlan(body, "home", homeWidgets(), widgetInterval);
+  });
+  addStream(router, realm, hub, "/api/v2/widget/card/stream/widget/room/events", [widgetInterval](const json& body) {
+    checkWidgetBody(body);
+    const std::string roomId = requiredText(body, "roomId");
+    return containerPlan(body, "room-" + roomId, roomWidgets(roomId), widgetInterval);
+  });
+  addStream(router, realm, hub, "/api/v2/widget/card/stream/widget/events", [widgetInterval](const json& body) {
+    checkWidgetBody(body);
+    return widgetPlan(body, widgetInterval);
+  });
+}
+
+void addTestStreamRoutes(Router& router, StreamHub& hub) {
+  router.add("GET", "/test/stream", [&hub](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
+    testStream(req, res, hub);
+  });
+  router.add("POST", "/test/stream-faults",
+             [&hub](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
+               setFaults(req, res, hub);
+             });
+}
+
+}  // namespace velora::sandbox::detail

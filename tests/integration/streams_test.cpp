@@ -1,0 +1,236 @@
+// Streams over real HTTP: the event source, the subscription manager and the facade's stream
+// operations against the sandbox on loopback, with a main queue the test drains (so the manager's
+// reconnect delays pass without waiting for them).
+
+#include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include <velora/core/Orvane.hpp>
+#include <velora_sandbox/Sandbox.hpp>
+
+#include "Fakes.hpp"
+
+namespace velora {
+namespace {
+
+using namespace std::chrono_literals;
+namespace demo = sandbox::demo;
+
+int closedPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+class StreamsOverHttp : public ::testing::Test {
+ protected:
+  /// Runs the main queue until `done` holds; false after 10 s.
+  bool runUntil(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!done()) {
+      if (queue_->drain() == 0) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(2ms);
+      }
+    }
+    return true;
+  }
+
+  Platform platform() {
+    Platform p;
+    p.transport = transport_;
+    p.mainQueue = queue_;
+    p.defaults = defaults_;
+    p.host = std::make_shared<StaticHostInfo>("it.app");
+    p.clock = std::make_shared<SystemClock>();
+    p.documentsDirectory = std::filesystem::temp_directory_path();
+    p.console = [this](std::string_view line) { console_.emplace_back(line); };
+    return p;
+  }
+
+  std::shared_ptr<Orvane> facade() {
+    Orvane::setupSDK(EnvironmentModel(sandbox_.baseUrl(), 10), platform());
+    auto f = Orvane::make(platform());
+    auto renewer = std::make_shared<testing::FakeRenewer>();
+    renewer->state = {true, true, true};
+    renewer->token = sandbox_.issueAccessToken(demo::kUser);
+    f->setSessionRenewer(renewer);
+    f->setupSession();
+    return f;
+  }
+
+  std::shared_ptr<EventSource> source(const std::string& pathAndQuery, std::map<std::string, std::string> headers = {}) {
+    auto s = EventSource::make(sandbox_.baseUrl() + pathAndQuery, std::move(headers), transport_, queue_);
+    s->onOpen([this] { seen_.push_back("open"); });
+    s->addEventListener("tick", [this](auto, auto, auto data) { seen_.push_back(*data); });
+    s->onComplete([this](std::optional<int> status, std::optional<bool> reconnect, std::optional<TransportError> error) {
+      completions_.push_back({status, reconnect, error ? std::optional<int>(error->code) : std::nullopt});
+    });
+    return s;
+  }
+
+  struct Completion {
+    std::optional<int> status;
+    std::optional<bool> reconnect;
+    std::optional<int> error;
+  };
+
+  sandbox::Sandbox sandbox_{[] {
+    sandbox::SandboxOptions o;
+    o.positionIntervalMs = 50;
+    o.widgetIntervalMs = 50;
+    return o;
+  }()};
+  std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
+  std::shared_ptr<testing::ManualQueue> queue_ = std::make_shared<testing::ManualQueue>();
+  std::shared_ptr<MemoryStore> defaults_ = std::make_shared<MemoryStore>();
+  std::vector<std::string> seen_;
+  std::vector<Completion> completions_;
+  std::vector<std::string> console_;
+};
+
+TEST_F(StreamsOverHttp, EventsThenACleanEndIsNotToBeRetried) {
+  auto s = source("/test/stream?events=3&close=1");
+  s->connect();
+  ASSERT_TRUE(runUntil([&] { return !completions_.empty(); }));
+  ASSERT_EQ(seen_.size(), 4u);
+  EXPECT_EQ(seen_[0], "open");
+  EXPECT_EQ(*AnyCodable::parse(seen_[3]).find("n")->as<std::int64_t>(), 3);
+  EXPECT_EQ(s->lastEventId(), "3");
+  EXPECT_EQ(completions_[0].status, 200);
+  EXPECT_EQ(completions_[0].reconnect, false);
+  EXPECT_EQ(completions_[0].error, std::nullopt);
+}
+
+TEST_F(StreamsOverHttp, RedirectKeepsTheBearerHeader) {
+  auto s = source("/test/redirect?to=%2Ftest%2Fstream%3Fevents%3D1%26close%3D1", {{"Authorization", "Bearer abc"}});
+  s->connect();
+  ASSERT_TRUE(runUntil([&] { return !completions_.empty(); }));
+  ASSERT_EQ(seen_.size(), 2u);
+  EXPECT_EQ(*AnyCodable::parse(seen_[1]).find("authorization")->as<std::string>(), "Bearer abc");
+}
+
+TEST_F(StreamsOverHttp, RefusedAndCutStreamsAreReportedAsTheyEnd) {
+  struct Case {
+    const char* name;
+    sandbox::StreamFaults faults;
+    std::optional<int> status;
+    std::optional<bool> reconnect;
+    bool error;
+  };
+  const Case cases[] = {
+      {"refused with 401", {.refuseUnauthorized = true}, 401, true, false},
+      {"closed after two events", {.closeAfterEvents = 2}, 200, false, false},
+      // A transfer error after the head: the error's code stands in for the status.
+    {"cut in the middle of an event", {.cutMidEvent = true}, std::nullopt, false, true},
+  };
+  auto f = facade();
+  for (const auto& c : cases) {
+    completions_.clear();
+    sandbox_.setStreamFaults(c.faults);
+    auto manager = f->startNotifyHomeEvents("tag-1", std::nullopt, 60000);
+    ASSERT_TRUE(manager);
+    manager->eventSource->onComplete([this](auto status, auto reconnect, std::optional<TransportError> error) {
+      completions_.push_back({status, reconnect, error ? std::optional<int>(error->code) : std::nullopt});
+    });
+    ASSERT_TRUE(runUntil([&] { return !completions_.empty(); })) << c.name;
+    if (c.status) {
+      EXPECT_EQ(completions_[0].status, c.status) << c.name;
+    }
+    EXPECT_EQ(completions_[0].reconnect, c.reconnect) << c.name;
+    EXPECT_EQ(completions_[0].error.has_value(), c.error) << c.name;
+    manager->removeAllListenersAndDisconnect();
+  }
+  sandbox_.setStreamFaults({});
+}
+
+TEST_F(StreamsOverHttp, StreamThatNeverOpensIsRetriedAfterRetryTime) {
+  auto manager = SSEManager::make("http://127.0.0.1:" + std::to_string(closedPort()), "/stream", std::nullopt, true, platform());
+  const auto disconnects = [&] { return std::count(console_.begin(), console_.end(), "SSEManager - DISCONNECTED"); };
+  ASSERT_TRUE(runUntil([&] { return disconnects() == 1; }));
+  queue_->advance(2999ms);
+  EXPECT_EQ(disconnects(), 1);
+  queue_->advance(1ms);  // the reconnect goes out and fails again
+  ASSERT_TRUE(runUntil([&] { return disconnects() == 2; }));
+  manager->removeAllListenersAndDisconnect();
+}
+
+TEST_F(StreamsOverHttp, DisconnectEndsTheServersStream) {
+  auto s = source("/test/stream?events=1");
+  s->connect();
+  ASSERT_TRUE(runUntil([&] { return seen_.size() == 2; }));
+  EXPECT_EQ(s->readyState(), EventSourceState::open);
+  s->connect();  // ignored while open
+  s->disconnect();
+  EXPECT_EQ(s->readyState(), EventSourceState::closed);
+  ASSERT_TRUE(runUntil([&] { return sandbox_.openStreamCount() == 0; }));
+  EXPECT_EQ(sandbox_.requestCount("/test/stream"), 1u);
+}
+
+TEST_F(StreamsOverHttp, EverySubscriptionReceivesItsFirstEvents) {
+  auto f = facade();
+  std::map<std::string, int> events;
+  const auto count = [&](const std::string& name) { return [&events, name](auto&&...) { ++events[name]; }; };
+  std::vector<std::shared_ptr<SSEManager>> managers{
+      f->startNotifyEventChanges(SSEStreamTypeEvent::generic, {"ITEM_VALUE_CHANGED"}, 100, count("events complete")),
+      f->startNotifyRegionChanges({"tag-a", "tag-b"}, {}, 100, count("region complete"), count("positions")),
+      f->startControllableItems(std::nullopt, std::nullopt, 100, count("items complete"), {}, count("items check")),
+      f->startDiagnostic({"tag-a", "tag-b-lost"}, 100, count("diagnostic complete"), count("tagTracking")),
+      f->startNotifyGroupEvents("12", 100, count("group subscription"), count("group change")),
+      f->startNotifyHomeEvents(demo::kDemoTagId, std::nullopt, 100, count("home subscription"), count("home change")),
+      f->startNotifyWidgetEvents("w-temp-1", 100, count("widget subscription"), count("widget change")),
+  };
+  const std::vector<std::string> expected{"events complete",   "region complete",    "positions",        "items complete",
+                                          "items check",       "diagnostic complete", "tagTracking",      "group subscription",
+                                          "group change",      "home subscription",  "home change",      "widget subscription",
+                                          "widget change"};
+  EXPECT_TRUE(runUntil([&] {
+    return std::all_of(expected.begin(), expected.end(), [&](const auto& name) { return events[name] > 0; });
+  }));
+  for (const auto& name : expected) EXPECT_GT(events[name], 0) << name;
+  for (auto& m : managers) m->removeAllListenersAndDisconnect();
+}
+
+TEST_F(StreamsOverHttp, SettingALightIsReportedOnTheItemStream) {
+  auto f = facade();
+  std::vector<ItemCurrentValue> changes;
+  std::vector<ItemControllable> streamed;
+  auto manager = f->startControllableItems(
+      std::vector<int>{demo::kDemoLightItemId}, std::nullopt, 60000, [&](const auto& items) { streamed = items; },
+      [&](const auto& values) { changes.insert(changes.end(), values.begin(), values.end()); });
+  ASSERT_TRUE(runUntil([&] { return !streamed.empty(); }));
+  ASSERT_EQ(streamed.size(), 1u);
+
+  auto items = f->getControllableItems().get();
+  const auto light = std::find_if(items.begin(), items.end(), [](const auto& i) { return i.id == demo::kDemoLightItemId; });
+  ASSERT_NE(light, items.end());
+  auto power = light->controls->at(0);
+  ASSERT_EQ(power->currentValue().id, demo::kDemoLightPowerValueId);
+  power->setCurrentValue({demo::kDemoLightPowerValueId, "on"});
+  power->setCurrentValue({demo::kDemoLightPowerValueId, "on"});
+  ASSERT_TRUE(runUntil([&] { return changes.size() >= 2; }));
+  EXPECT_EQ(changes[0], (ItemCurrentValue{demo::kDemoLightPowerValueId, "on"}));
+  EXPECT_EQ(sandbox_.itemSetCount(demo::kDemoLightPowerValueId), 2u);
+  EXPECT_EQ(sandbox_.itemValue(demo::kDemoLightPowerValueId), "on");
+
+  // A value the light does not accept is refused, in both forms.
+  EXPECT_THROW(f->setControllableItem(decodeJSON<ItemControl>(
+                                          R"({"name":"power","type":"CTRL_TOGGLE","currentValue":{"id":101,"value":"purple"}})"))
+                   .get(),
+               APIError);
+  manager->removeAllListenersAndDisconnect();
+}
+
+}  // namespace
+}  // namespace velora
