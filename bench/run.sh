@@ -7,6 +7,9 @@ inputs="$build/sse-inputs"
 if [ -x "$build/bin/pipeline_bench" ]; then
   "$build/bin/pipeline_bench" --benchmark_min_time=2
 fi
+if [ -x "$build/bin/streams_bench" ]; then
+  "$build/bin/streams_bench"
+fi
 if [ -x "$build/bin/sse_parser_bench" ]; then
   if [ ! -f "$inputs/manifest.json" ]; then
     python3 "$root/bench/sse/gen_inputs.py" --out "$inputs"

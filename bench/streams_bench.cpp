@@ -8,7 +8,7 @@
 
 #include <benchmark/benchmark.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,8 +23,6 @@
 
 #include <velora/velora.hpp>
 
-extern char** environ;
-
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -38,10 +36,6 @@ class SandboxProcess {
   explicit SandboxProcess(int streams) {
     int out[2];
     if (pipe(out) != 0) throw std::runtime_error("pipe failed");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
     const std::string threads = std::to_string(streams + 64);
     const std::string interval = std::to_string(kIntervalMs);
     std::vector<std::string> args{VELORA_SANDBOX_PATH, "--threads", threads, "--position-interval-ms", interval,
@@ -49,10 +43,16 @@ class SandboxProcess {
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
-    if (posix_spawn(&pid_, VELORA_SANDBOX_PATH, &actions, nullptr, argv.data(), environ) != 0) {
-      throw std::runtime_error("cannot start " + std::string(VELORA_SANDBOX_PATH));
+    pid_ = fork();
+    if (pid_ < 0) throw std::runtime_error("fork failed");
+    if (pid_ == 0) {
+      // The sandbox goes with the benchmark, also when the benchmark is killed.
+      prctl(PR_SET_PDEATHSIG, SIGTERM);
+      dup2(out[1], STDOUT_FILENO);
+      close(out[0]);
+      execv(VELORA_SANDBOX_PATH, argv.data());
+      _exit(127);
     }
-    posix_spawn_file_actions_destroy(&actions);
     close(out[1]);
     std::string line;
     char c;

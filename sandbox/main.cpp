@@ -93,7 +93,11 @@ int main(int argc, char** argv) {
           return usageError("--port needs a number from 0 to 65535, not '" + std::string(value) +
                             "'");
         }
-      } else if (arg == "--position-interval-ms" || arg == "--widget-interval-ms" || arg == "--threads") {
+      } else if (arg == "--threads") {
+        if (!parseNumber(value, 1, 100000, options.threads)) {
+          return usageError("--threads needs a number from 1 to 100000, not '" + std::string(value) + "'");
+        }
+      } else if (arg == "--position-interval-ms" || arg == "--widget-interval-ms") {
         if (!parseNumber(value, 1, std::numeric_limits<int>::max(),
                          arg == "--position-interval-ms" ? options.positionIntervalMs : options.widgetIntervalMs)) {
           return usageError(std::string(arg) + " needs a positive number of milliseconds, not '" +
