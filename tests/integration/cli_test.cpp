@@ -404,3 +404,78 @@ TEST(Cli, BrowserLoginEndToEnd) {
 }
 
 }  // namespace
+
+namespace {
+
+/// Waits until the sandbox has `count` streams open; false after 10 s.
+bool streamsOpen(const Sandbox& sandbox, std::size_t count) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (sandbox.openStreamCount() != count) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+TEST(Cli, ItemsAndWatch) {
+  Sandbox sandbox;
+  TempDir home;
+  const auto run = [&](const std::vector<std::string>& args) { return runCli(home.path, args, {}); };
+  ASSERT_EQ(run({"--endpoint", sandbox.baseUrl(), "login", "guest"}).exitCode, 0);
+
+  const std::vector<Case> cases{
+      {"list", false, {"items", "list"}, {}, 0, "Meeting room light", ""},
+      {"filtered list as JSON", false, {"items", "list", "--type", "LIGHT", "--json"}, {}, 0, "", "",
+       [](const Result& r) {
+         const auto items = parseOnly(r.out);
+         ASSERT_TRUE(items.is_array()) << r.out;
+         EXPECT_GE(items.size(), 2u);
+         for (const auto& item : items) EXPECT_EQ(item["type"], "LIGHT");
+       }},
+      {"set", false, {"items", "set", "1", "power", "on"}, {}, 0, "Meeting room light: power = on", ""},
+      {"unknown item", false, {"items", "set", "99", "power", "on"}, {}, 2, "", "no item with id 99"},
+      {"unknown control", false, {"items", "set", "1", "volume", "3"}, {}, 2, "", "has no control named 'volume'"},
+      {"value the light refuses", false, {"items", "set", "1", "power", "purple"}, {}, 1, "", "(code 400)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Result r = run(c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << "stdout: " << r.out << "\nstderr: " << r.err;
+    EXPECT_NE(r.out.find(c.outContains), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find(c.errContains), std::string::npos) << r.err;
+    if (c.more) c.more(r);
+  }
+
+  // A change made while watching arrives as the second event. The watcher runs in a copy of the
+  // state, so that its output files are its own.
+  TempDir watchOutput;
+  fs::copy(home.path, watchOutput.path, fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  const pid_t watcher = startCli(watchOutput.path, {"watch", "items", "--item", "1", "--count", "2", "--json"}, {});
+  ASSERT_TRUE(streamsOpen(sandbox, 1));
+  ASSERT_EQ(run({"items", "set", "1", "power", "off"}).exitCode, 0);
+  const Result watched = finishCli(watchOutput.path, watcher);
+  EXPECT_EQ(watched.exitCode, 0) << watched.err;
+  std::istringstream lines(watched.out);
+  std::string complete, change;
+  std::getline(lines, complete);
+  std::getline(lines, change);
+  EXPECT_EQ(parseOnly(complete)["event"], "complete") << watched.out;
+  EXPECT_EQ(parseOnly(change)["data"], nlohmann::json::parse(R"([{"id":101,"value":"off"}])")) << watched.out;
+  EXPECT_NE(watched.err.find("velora: stream connected"), std::string::npos) << watched.err;
+
+  // Ctrl-C ends a watch cleanly and closes its stream.
+  const pid_t homeWatcher = startCli(watchOutput.path, {"watch", "home", demo::kDemoTagId}, {});
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (slurp(watchOutput.path / "stdout").find("subscription") == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  kill(homeWatcher, SIGINT);
+  const Result interrupted = finishCli(watchOutput.path, homeWatcher);
+  EXPECT_EQ(interrupted.exitCode, 0) << interrupted.err;
+  EXPECT_NE(interrupted.out.find("subscription  home:"), std::string::npos) << interrupted.out;
+  EXPECT_NE(interrupted.err.find("velora: stopped after"), std::string::npos) << interrupted.err;
+  EXPECT_TRUE(streamsOpen(sandbox, 0));
+}
+
+}  // namespace

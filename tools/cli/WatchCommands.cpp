@@ -196,13 +196,14 @@ std::shared_ptr<SSEManager> watchWidget(Orvane& orvane, const WatchOptions& o, c
 }
 
 void follow(Context& ctx, const WatchOptions& options, const Starter& start) {
+  // Caught from before the stream opens, so that Ctrl-C at any moment ends the command cleanly.
+  interrupted = false;
+  std::signal(SIGINT, onInterrupt);
+  std::signal(SIGTERM, onInterrupt);
   Orvane& orvane = connectWithSession(ctx);
   auto watch = std::make_shared<Watch>(ctx.out);
   std::shared_ptr<SSEManager> manager = start(orvane, options, watch);
   if (!manager) throw UsageError("the stream request cannot be built from the endpoint " + orvane.sdkEndpoint());
-  interrupted = false;
-  std::signal(SIGINT, onInterrupt);
-  std::signal(SIGTERM, onInterrupt);
   std::optional<Clock::time_point> deadline;
   if (options.seconds > 0) deadline = Clock::now() + std::chrono::milliseconds(static_cast<long long>(options.seconds * 1000));
   // Two check intervals and some slack: one late check is not yet a dead stream.
