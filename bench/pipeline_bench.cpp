@@ -11,6 +11,8 @@
 #include <future>
 
 #include <velora/velora.hpp>
+
+#include "FixedSession.hpp"
 #include <velora_sandbox/Sandbox.hpp>
 
 namespace {
@@ -37,17 +39,6 @@ std::shared_ptr<velora::Orvane> facade() {
   }();
   return instance;
 }
-
-/// Always-valid session so that the callback form sends instead of refusing.
-class ValidSession : public velora::detail::SessionRenewer {
- public:
-  velora::detail::TokenState tokenState() const override { return {true, true, true}; }
-  std::optional<std::string> accessToken() const override { return "bench-token"; }
-  void refresh(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
-  void captiveReauth(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
-  velora::Task<void> refreshAsync() override { co_return; }
-  velora::Task<void> captiveReauthAsync() override { co_return; }
-};
 
 size_t discard(char*, size_t size, size_t count, void*) { return size * count; }
 
@@ -108,7 +99,7 @@ void BM_ResumeAsyncSession(benchmark::State& state) {
 void BM_ResumeSessionCallback(benchmark::State& state) {
   const int depth = static_cast<int>(state.range(0));
   auto f = facade();
-  f->setSessionRenewer(std::make_shared<ValidSession>());
+  f->setSessionRenewer(std::make_shared<FixedSession>("bench-token"));
   f->setupSession();
   const auto request = *f->makeRequest(kPath);
   for (auto _ : state) {

@@ -23,6 +23,8 @@
 
 #include <velora/velora.hpp>
 
+#include "FixedSession.hpp"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -102,21 +104,6 @@ std::string demoAccessToken(velora::HttpTransport& transport, const std::string&
   const auto json = velora::AnyCodable::parse(result.response->body);
   return *json.find("access_token")->as<std::string>();
 }
-
-/// A session that always holds the sandbox token, so the facade's streams carry it.
-class FixedSession : public velora::detail::SessionRenewer {
- public:
-  explicit FixedSession(std::string token) : token_(std::move(token)) {}
-  velora::detail::TokenState tokenState() const override { return {true, true, true}; }
-  std::optional<std::string> accessToken() const override { return token_; }
-  void refresh(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
-  void captiveReauth(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
-  velora::Task<void> refreshAsync() override { co_return; }
-  velora::Task<void> captiveReauthAsync() override { co_return; }
-
- private:
-  std::string token_;
-};
 
 struct Latencies {
   std::mutex mutex;

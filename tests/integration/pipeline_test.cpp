@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <netinet/in.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <future>
@@ -33,18 +29,6 @@ std::string percentEncode(std::string_view text) {
   return out;
 }
 
-/// A port on loopback where nothing listens.
-int closedPort() {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
 
 class PipelineOverHttp : public ::testing::Test {
  protected:
@@ -133,7 +117,7 @@ TEST_F(PipelineOverHttp, StatusRulesInBothForms) {
 }
 
 TEST_F(PipelineOverHttp, TransportFailuresBecomeCodesAndMessages) {
-  auto refused = facade("http://127.0.0.1:" + std::to_string(closedPort()));
+  auto refused = facade("http://127.0.0.1:" + std::to_string(testing::closedLoopbackPort()));
   auto m = viaCallback(*refused, "/api/v1/public/diagnostic/check");
   EXPECT_EQ(m.code, -1004);
   EXPECT_EQ(m.message->rfind("Could not connect to the server.", 0), 0u) << *m.message;

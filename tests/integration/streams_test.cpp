@@ -4,10 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <thread>
 
 #include <velora/core/Orvane.hpp>
@@ -21,17 +17,6 @@ namespace {
 using namespace std::chrono_literals;
 namespace demo = sandbox::demo;
 
-int closedPort() {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
 
 class StreamsOverHttp : public ::testing::Test {
  protected:
@@ -156,7 +141,8 @@ TEST_F(StreamsOverHttp, RefusedAndCutStreamsAreReportedAsTheyEnd) {
 }
 
 TEST_F(StreamsOverHttp, StreamThatNeverOpensIsRetriedAfterRetryTime) {
-  auto manager = SSEManager::make("http://127.0.0.1:" + std::to_string(closedPort()), "/stream", std::nullopt, true, platform());
+  const std::string refused = "http://127.0.0.1:" + std::to_string(testing::closedLoopbackPort());
+  auto manager = SSEManager::make(refused, "/stream", std::nullopt, true, platform());
   const auto disconnects = [&] { return std::count(console_.begin(), console_.end(), "SSEManager - DISCONNECTED"); };
   ASSERT_TRUE(runUntil([&] { return disconnects() == 1; }));
   queue_->advance(2999ms);

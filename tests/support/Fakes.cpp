@@ -1,5 +1,9 @@
 #include "Fakes.hpp"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace velora::testing {
 namespace {
 class NoCall : public HttpCall {
@@ -131,6 +135,31 @@ Platform FakePlatform::platform() {
   p.documentsDirectory = std::filesystem::temp_directory_path();
   p.console = [this](std::string_view line) { consoleLines.emplace_back(line); };
   return p;
+}
+
+std::shared_ptr<Orvane> makeTestFacade(FakePlatform& fakes, std::optional<EnvironmentModel> environment, bool loggedIn) {
+  Orvane::setupSDK(std::move(environment), fakes.platform());
+  auto facade = Orvane::make(fakes.platform());
+  if (loggedIn) {
+    auto renewer = std::make_shared<FakeRenewer>();
+    renewer->state = {true, true, true};
+    renewer->token = "tok";
+    facade->setSessionRenewer(renewer);
+    facade->setupSession();
+  }
+  return facade;
+}
+
+int closedLoopbackPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
 }
 
 }  // namespace velora::testing

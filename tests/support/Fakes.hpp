@@ -140,4 +140,11 @@ struct FakePlatform {
   Platform platform();
 };
 
+/// A facade on `fakes` for `environment`; `loggedIn` installs a login layer holding a valid
+/// token "tok".
+std::shared_ptr<Orvane> makeTestFacade(FakePlatform& fakes, std::optional<EnvironmentModel> environment, bool loggedIn);
+
+/// A loopback port where nothing listens (connecting to it is refused).
+int closedLoopbackPort();
+
 }  // namespace velora::testing

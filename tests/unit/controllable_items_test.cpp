@@ -11,7 +11,6 @@ namespace velora {
 namespace {
 
 using testing::FakePlatform;
-using testing::FakeRenewer;
 using Reply = testing::FakeTransport::Reply;
 
 constexpr const char* kItems = R"([
@@ -31,14 +30,7 @@ constexpr const char* kItems = R"([
 ])";
 
 std::shared_ptr<Orvane> loggedInFacade(FakePlatform& fakes) {
-  Orvane::setupSDK(EnvironmentModel("http://platform.test/base", 30), fakes.platform());
-  auto facade = Orvane::make(fakes.platform());
-  auto renewer = std::make_shared<FakeRenewer>();
-  renewer->state = {true, true, true};
-  renewer->token = "tok";
-  facade->setSessionRenewer(renewer);
-  facade->setupSession();
-  return facade;
+  return testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test/base", 30), true);
 }
 
 TEST(ControllableItems, DecodeWithUnknownKindsAndMissingControls) {

@@ -18,19 +18,9 @@ using Reply = testing::FakeTransport::Reply;
 
 const EnvironmentModel kEnvironment("http://platform.test/base", 30);
 
-/// A facade on fakes; `loggedIn` installs a login layer holding a valid token "tok".
 std::shared_ptr<Orvane> makeFacade(FakePlatform& fakes, std::optional<EnvironmentModel> environment = kEnvironment,
                                    bool loggedIn = false) {
-  Orvane::setupSDK(environment, fakes.platform());
-  auto facade = Orvane::make(fakes.platform());
-  if (loggedIn) {
-    auto renewer = std::make_shared<FakeRenewer>();
-    renewer->state = {true, true, true};
-    renewer->token = "tok";
-    facade->setSessionRenewer(renewer);
-    facade->setupSession();
-  }
-  return facade;
+  return testing::makeTestFacade(fakes, std::move(environment), loggedIn);
 }
 
 /// Runs the callback form and returns the one message it delivered on the main queue.

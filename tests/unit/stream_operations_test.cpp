@@ -11,18 +11,10 @@ namespace velora {
 namespace {
 
 using testing::FakePlatform;
-using testing::FakeRenewer;
 using Reply = testing::FakeTransport::Reply;
 
 std::shared_ptr<Orvane> loggedInFacade(FakePlatform& fakes, const std::string& endpoint = "http://platform.test/base") {
-  Orvane::setupSDK(EnvironmentModel(endpoint, 30), fakes.platform());
-  auto facade = Orvane::make(fakes.platform());
-  auto renewer = std::make_shared<FakeRenewer>();
-  renewer->state = {true, true, true};
-  renewer->token = "tok";
-  facade->setSessionRenewer(renewer);
-  facade->setupSession();
-  return facade;
+  return testing::makeTestFacade(fakes, EnvironmentModel(endpoint, 30), true);
 }
 
 std::vector<std::string> sorted(std::vector<std::string> names) {
