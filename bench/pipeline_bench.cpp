@@ -12,7 +12,7 @@
 
 #include <velora/velora.hpp>
 
-#include "FixedSession.hpp"
+#include "BenchSupport.hpp"
 #include <velora_sandbox/Sandbox.hpp>
 
 namespace {
@@ -26,17 +26,7 @@ velora::sandbox::Sandbox& sandbox() {
 }
 
 std::shared_ptr<velora::Orvane> facade() {
-  static std::shared_ptr<velora::Orvane> instance = [] {
-    velora::Platform p;
-    p.transport = velora::makeCurlTransport();
-    p.mainQueue = std::make_shared<velora::ThreadQueue>();
-    p.defaults = std::make_shared<velora::MemoryStore>();
-    p.host = std::make_shared<velora::StaticHostInfo>("bench.app");
-    p.clock = std::make_shared<velora::SystemClock>();
-    p.console = [](std::string_view) {};
-    velora::Orvane::setupSDK(velora::EnvironmentModel(sandbox().baseUrl(), 30), p);
-    return velora::Orvane::make(p);
-  }();
+  static std::shared_ptr<velora::Orvane> instance = benchFacade(sandbox().baseUrl());
   return instance;
 }
 

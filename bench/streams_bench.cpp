@@ -23,7 +23,7 @@
 
 #include <velora/velora.hpp>
 
-#include "FixedSession.hpp"
+#include "BenchSupport.hpp"
 
 namespace {
 
@@ -116,16 +116,8 @@ void BM_ManyStreams(benchmark::State& state) {
   const int streams = static_cast<int>(state.range(0));
   raiseDescriptorLimit();
   SandboxProcess sandbox(streams);
-  velora::Platform p;
-  p.transport = velora::makeCurlTransport();
-  p.mainQueue = std::make_shared<velora::ThreadQueue>();
-  p.defaults = std::make_shared<velora::MemoryStore>();
-  p.host = std::make_shared<velora::StaticHostInfo>("bench.app");
-  p.clock = std::make_shared<velora::SystemClock>();
-  p.console = [](std::string_view) {};
-  velora::Orvane::setupSDK(velora::EnvironmentModel(sandbox.url(), 30), p);
-  auto facade = velora::Orvane::make(p);
-  facade->setSessionRenewer(std::make_shared<FixedSession>(demoAccessToken(*p.transport, sandbox.url())));
+  auto facade = benchFacade(sandbox.url());
+  facade->setSessionRenewer(std::make_shared<FixedSession>(demoAccessToken(*facade->platform().transport, sandbox.url())));
   facade->setupSession();
 
   auto latencies = std::make_shared<Latencies>();
