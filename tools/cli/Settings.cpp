@@ -10,7 +10,6 @@
 
 #include "Secrets.hpp"
 #include "Spinner.hpp"
-#include "Transport.hpp"
 
 namespace velora::cli {
 namespace {
@@ -122,11 +121,6 @@ void installPlatform(const Settings& settings) {
   const std::optional<KeycloakEnvironment> remembered = stored ? stored->keycloakEnv : std::nullopt;
   registerSecret(settings.guestSecret);
   if (remembered && remembered->guestSecretKey) registerSecret(*remembered->guestSecretKey);
-
-  // The redirect URI the library will use: given, else remembered, else the default.
-  std::string redirectUri = settings.redirectUri;
-  if (redirectUri.empty()) redirectUri = remembered && remembered->redirectURI ? *remembered->redirectURI : *defaults.redirectURI;
-  platform.transport = stopAtRedirectUri(std::move(platform.transport), std::move(redirectUri));
 
   // The browser login prints where to log in when no desktop browser opens; through
   // writeDiagnostic that line never shares standard error's last line with the spinner.
