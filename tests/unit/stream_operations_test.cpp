@@ -158,6 +158,7 @@ TEST(StreamOperations, ItemStreamDeliversBoundItemsAndValueChanges) {
   ASSERT_EQ(items.size(), 1u);
   // The controls write through to the facade that streamed them.
   items[0].controls->at(0)->setCurrentValue({101, "on"});
+  fakes.queue->drain();
   EXPECT_EQ(fakes.transport->requests().back().url, "http://platform.test/base/api/v1/item/set");
 }
 
