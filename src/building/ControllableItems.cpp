@@ -13,4 +13,13 @@ void ItemControl::setCurrentValue(ItemCurrentValue value) {
   facade.platform().print("setControllableItem(" + encodeJSON(currentValue_) + ")");
 }
 
+void bindControls(std::vector<ItemControllable>& items, const std::weak_ptr<Orvane>& facade) {
+  for (auto& item : items) {
+    if (!item.controls) continue;
+    for (auto& control : *item.controls) {
+      if (control) control->bind(facade);
+    }
+  }
+}
+
 }  // namespace velora

@@ -17,11 +17,7 @@ Task<std::vector<ItemControllable>> Orvane::getControllableItems(std::optional<I
   if (!request) throw APIError::invalidData();
   auto reply = resumeAsyncSession<std::vector<ItemControllable>>(std::move(*request));
   std::vector<ItemControllable> items = co_await std::move(reply);
-  for (auto& item : items) {
-    for (auto& control : item.controls.value_or(std::vector<std::shared_ptr<ItemControl>>{})) {
-      if (control) control->bind(weak_from_this());
-    }
-  }
+  bindControls(items, weak_from_this());
   co_return items;
 }
 

@@ -65,11 +65,7 @@ std::shared_ptr<SSEManager> Orvane::startControllableItems(
                                                         std::optional<std::string> data) {
     auto list = decodeData<std::vector<ItemControllable>>(data);
     if (!list || !onComplete) return;
-    for (auto& item : *list) {
-      for (auto& control : item.controls.value_or(std::vector<std::shared_ptr<ItemControl>>{})) {
-        if (control) control->bind(weak);
-      }
-    }
+    bindControls(*list, weak);
     onComplete(*list);
   };
   auto valueChange = [onValueChanged](std::optional<std::string>, std::optional<std::string>, std::optional<std::string> data) {

@@ -25,6 +25,8 @@
 
 #include "velora_sandbox/Sandbox.hpp"
 
+#include "Fakes.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -409,12 +411,7 @@ namespace {
 
 /// Waits until the sandbox has `count` streams open; false after 10 s.
 bool streamsOpen(const Sandbox& sandbox, std::size_t count) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (sandbox.openStreamCount() != count) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
+  return velora::testing::eventually([&] { return sandbox.openStreamCount() == count; });
 }
 
 TEST(Cli, ItemsAndWatch) {
@@ -465,11 +462,8 @@ TEST(Cli, ItemsAndWatch) {
 
   // Ctrl-C ends a watch cleanly and closes its stream.
   const pid_t homeWatcher = startCli(watchOutput.path, {"watch", "home", demo::kDemoTagId}, {});
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (slurp(watchOutput.path / "stdout").find("subscription") == std::string::npos &&
-         std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  velora::testing::eventually(
+      [&] { return slurp(watchOutput.path / "stdout").find("subscription") != std::string::npos; });
   kill(homeWatcher, SIGINT);
   const Result interrupted = finishCli(watchOutput.path, homeWatcher);
   EXPECT_EQ(interrupted.exitCode, 0) << interrupted.err;

@@ -20,6 +20,8 @@
 
 #include "velora_sandbox/Sandbox.hpp"
 
+#include "Fakes.hpp"
+
 namespace {
 
 using nlohmann::json;
@@ -74,21 +76,8 @@ struct RealmClient {
 // httplib's client percent-decodes header values, which would hide whether the realm encoded
 // what it put into a redirect; this reads the Location header as sent.
 std::string rawLocation(int port, const std::string& target) {
-  const int sock = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(static_cast<std::uint16_t>(port));
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const std::string request = "GET " + target + " HTTP/1.1\r\nHost: s\r\nConnection: close\r\n\r\n";
-  std::string reply;
-  char buf[4096];
-  if (connect(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 &&
-      send(sock, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
-    for (ssize_t n; (n = recv(sock, buf, sizeof buf, 0)) > 0;) {
-      reply.append(buf, static_cast<std::size_t>(n));
-    }
-  }
-  close(sock);
+  const std::string reply =
+      velora::testing::rawExchange(port, "GET " + target + " HTTP/1.1\r\nHost: s\r\nConnection: close\r\n\r\n");
   const auto at = reply.find("\r\nLocation: ");
   return at == std::string::npos ? "" : reply.substr(at + 12, reply.find("\r\n", at + 2) - at - 12);
 }

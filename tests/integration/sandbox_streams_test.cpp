@@ -18,6 +18,8 @@
 
 #include "velora_sandbox/Sandbox.hpp"
 
+#include "Fakes.hpp"
+
 namespace {
 
 using nlohmann::json;
@@ -57,12 +59,7 @@ std::vector<SseEvent> named(const std::vector<SseEvent>& events, const std::stri
   return matching;
 }
 
-bool eventually(const std::function<bool()>& condition) {
-  for (const auto until = Clock::now() + kDeadline; !condition() && Clock::now() < until;) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return condition();
-}
+using velora::testing::eventually;
 
 // What a Reader has received so far.
 struct Seen {

@@ -3,6 +3,8 @@
 
 #include "velora_sandbox/Sandbox.hpp"
 
+#include "Fakes.hpp"
+
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
@@ -33,25 +35,6 @@ int localPort(int sock) {
   socklen_t len = sizeof addr;
   return getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &len) == 0 ? ntohs(addr.sin_port)
                                                                           : -1;
-}
-
-// Everything the server writes on a fresh connection after `request`, until it closes.
-std::string rawExchange(int port, const std::string& request) {
-  const int sock = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(static_cast<std::uint16_t>(port));
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  std::string reply;
-  char buf[4096];
-  if (connect(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 &&
-      send(sock, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
-    for (ssize_t n; (n = recv(sock, buf, sizeof buf, 0)) > 0;) {
-      reply.append(buf, static_cast<std::size_t>(n));
-    }
-  }
-  close(sock);
-  return reply;
 }
 
 httplib::Result request(httplib::Client& client, const std::string& method,
@@ -317,7 +300,7 @@ TEST(TestRoutes, FollowChainsServeBytesDropConnectionsAndCanBeLeftOut) {
   EXPECT_EQ(bytes->body, expected);
 
   // Not even a status line: the client must see the connection end without a response.
-  EXPECT_EQ(rawExchange(sandbox.port(), "GET /test/drop HTTP/1.1\r\nHost: s\r\n\r\n"), "");
+  EXPECT_EQ(velora::testing::rawExchange(sandbox.port(), "GET /test/drop HTTP/1.1\r\nHost: s\r\n\r\n"), "");
   EXPECT_EQ(sandbox.requestCount("/test/drop"), 1u);
 
   SandboxOptions platformOnly;

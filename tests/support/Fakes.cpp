@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <thread>
+
 namespace velora::testing {
 namespace {
 class NoCall : public HttpCall {
@@ -160,6 +162,29 @@ int closedLoopbackPort() {
   ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
   ::close(fd);
   return ntohs(address.sin_port);
+}
+
+std::string rawExchange(int port, const std::string& request) {
+  const int sock = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(static_cast<std::uint16_t>(port));
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string reply;
+  char buf[4096];
+  if (::connect(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 &&
+      ::send(sock, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
+    for (ssize_t n; (n = ::recv(sock, buf, sizeof buf, 0)) > 0;) reply.append(buf, static_cast<std::size_t>(n));
+  }
+  ::close(sock);
+  return reply;
+}
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+  for (const auto until = std::chrono::steady_clock::now() + limit; !condition() && std::chrono::steady_clock::now() < until;) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return condition();
 }
 
 }  // namespace velora::testing

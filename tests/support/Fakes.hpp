@@ -147,4 +147,11 @@ std::shared_ptr<Orvane> makeTestFacade(FakePlatform& fakes, std::optional<Enviro
 /// A loopback port where nothing listens (connecting to it is refused).
 int closedLoopbackPort();
 
+/// Everything a server on loopback `port` writes on a fresh connection after `request`, until it
+/// closes: the bytes as sent, for what an HTTP client would rewrite or hide.
+std::string rawExchange(int port, const std::string& request);
+
+/// Polls `condition` until it holds; false when it still does not after `limit`.
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(10));
+
 }  // namespace velora::testing

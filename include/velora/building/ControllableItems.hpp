@@ -219,6 +219,9 @@ struct ItemControllable {
   friend bool operator==(const ItemControllable& a, const ItemControllable& b) { return encode(a) == encode(b); }
 };
 
+/// Binds every control of `items` to `facade` (see ItemControl::bind).
+void bindControls(std::vector<ItemControllable>& items, const std::weak_ptr<Orvane>& facade);
+
 struct Control {
   std::string id;
 
