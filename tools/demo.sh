@@ -95,6 +95,12 @@ if ! wait "$watch_pid"; then
 fi
 sed 's/^/   | /' "$state/watch.out"
 step "$velora" watch home velora-demo-tag --count 3
+step "$velora" watch positions --tag velora-demo-tag --count 3
+step "$velora" watch diagnostic --tag velora-demo-tag --tag badge-7-lost --forget-ms 500 --count 3
+# A login code (the text of a QR code) stands for a user's credentials, which the client stores
+# and logs in with; a later run resumes that session.
+step "$velora" login qr DEMO-QR-1
+step "$velora" status
 step "$velora" logout
 step "$velora" status
 step "$velora" log show
