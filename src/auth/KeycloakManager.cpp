@@ -4,7 +4,7 @@
 #include <velora/core/Orvane.hpp>
 #include <velora/core/URL.hpp>
 
-#include "core/CallbackAwaiter.hpp"
+#include "core/Resume.hpp"
 
 namespace velora {
 namespace {
@@ -57,6 +57,15 @@ std::optional<E> configuredEnum(const Orvane& facade, std::optional<E> KeycloakE
     if (const auto* value = config->find(key); value && value->as<std::string>()) return enumFromRaw<E>(*value->as<std::string>());
   }
   return std::nullopt;
+}
+
+/// Why discovery failed, for the error's user information: the transport's reason or the reply.
+std::map<std::string, std::string> discoveryCause(const DataResult& result) {
+  if (result.error) return {{"reason", result.error->message}};
+  if (!result.response) return {};
+  const std::string status = "HTTP " + std::to_string(result.response->head.status);
+  if (result.response->body.empty()) return {{"reason", status + " with an empty body"}};
+  return {{"reason", status + ", but the body is not a discovery document"}};
 }
 
 }  // namespace
@@ -113,14 +122,18 @@ void KeycloakManager::discoverConfiguration(const Orvane& facade, std::optional<
   HttpRequest request;
   request.url = url->absoluteString();
   request.timeout = std::chrono::seconds(60);
-  HttpSession(facade.platform().transport).data(std::move(request), [completion = std::move(completion)](DataResult result) {
-    if (result.response && !result.response->body.empty()) {
-      try {
-        return completion(decodeJSON<KeyCloakRemoteConfiguration>(result.response->body), std::nullopt);
-      } catch (const JsonError&) {
+  auto executor = facade.platform().executor;
+  HttpSession(facade.platform().transport).data(std::move(request), [executor, completion = std::move(completion)](DataResult result) {
+    // Off the I/O thread: decoding and whatever the completion does next are not its job.
+    executor->post([result = std::move(result), completion] {
+      if (result.response && !result.response->body.empty()) {
+        try {
+          return completion(decodeJSON<KeyCloakRemoteConfiguration>(result.response->body), std::nullopt);
+        } catch (const JsonError&) {
+        }
       }
-    }
-    completion(std::nullopt, PlatformError("Unknown Error Occurred (discoverConfiguration)", kDiscovery));
+      completion(std::nullopt, PlatformError("Unknown Error Occurred (discoverConfiguration)", kDiscovery, discoveryCause(result)));
+    });
   });
 }
 
@@ -190,7 +203,7 @@ bool KeycloakManager::reuseToken(const KeyCloakParameters& parameters, TokenComp
     return true;
   }
   if (current->refreshTokenValid(now())) {
-    refreshToken(current, parameters, std::move(completion));
+    refresh(current, parameters, std::move(completion));
     return true;
   }
   return false;
@@ -206,21 +219,28 @@ void KeycloakManager::postForm(const KeyCloakParameters& parameters, const std::
   request.timeout = std::chrono::seconds(60);
   auto self = shared_from_this();
   HttpSession(platform_.transport)
-      .data(std::move(request), [self, unknownCode, unknownMessage = std::move(unknownMessage), completion = std::move(completion)](DataResult result) {
-        if (!result.response || result.response->body.empty()) {
-          return completion(std::nullopt, PlatformError(unknownMessage, unknownCode));
-        }
-        KeyCloakAuthResponse response;
-        try {
-          detail::ScopedDecodingTime stamp(self->now());
-          response = decodeJSON<KeyCloakAuthResponse>(result.response->body);
-        } catch (const JsonError&) {
-          return completion(std::nullopt, PlatformError("Invalid auth response", kInvalidResponse));
-        }
-        if (response.error) return completion(std::nullopt, PlatformError(response.error_description.value_or(*response.error), kServerError));
-        self->setCurrentTokenPayload(response);
-        completion(response, std::nullopt);
+      .data(std::move(request), [self, unknownCode, unknownMessage = std::move(unknownMessage), completion = std::move(completion)](DataResult result) mutable {
+        // The token is decoded, written to the keychain and put in force off the I/O thread.
+        self->platform_.executor->post([self, unknownCode, unknownMessage = std::move(unknownMessage),
+                                        completion = std::move(completion), result = std::move(result)] {
+          self->handleTokenReply(result, unknownCode, unknownMessage, completion);
+        });
       });
+}
+
+void KeycloakManager::handleTokenReply(const DataResult& result, std::int64_t unknownCode, const std::string& unknownMessage,
+                                       const TokenCompletion& completion) {
+  if (!result.response || result.response->body.empty()) return completion(std::nullopt, PlatformError(unknownMessage, unknownCode));
+  KeyCloakAuthResponse response;
+  try {
+    detail::ScopedDecodingTime stamp(now());
+    response = decodeJSON<KeyCloakAuthResponse>(result.response->body);
+  } catch (const JsonError&) {
+    return completion(std::nullopt, PlatformError("Invalid auth response", kInvalidResponse));
+  }
+  if (response.error) return completion(std::nullopt, PlatformError(response.error_description.value_or(*response.error), kServerError));
+  setCurrentTokenPayload(response);
+  completion(response, std::nullopt);
 }
 
 void KeycloakManager::openBrowser(const std::string& url, const KeyCloakParameters& parameters,
@@ -239,7 +259,7 @@ void KeycloakManager::openBrowser(const std::string& url, const KeyCloakParamete
 
 // ---- flows -----------------------------------------------------------------------------------
 
-void KeycloakManager::performAuth(std::optional<KeyCloakParameters> given, TokenCompletion completion) {
+void KeycloakManager::authorize(std::optional<KeyCloakParameters> given, TokenCompletion completion) {
   const KeyCloakParameters p = resolve(given);
   if (reuseToken(p, completion)) return;
   if (empty(p.authorization_endpoint) || empty(p.redirect_uri) || empty(p.clientId)) {
@@ -253,11 +273,11 @@ void KeycloakManager::performAuth(std::optional<KeyCloakParameters> given, Token
   auto self = shared_from_this();
   openBrowser(url, p, [self, p, completion](std::optional<std::string> code, std::optional<PlatformError> error) {
     if (error || !code) return completion(std::nullopt, error ? error : PlatformError("Unknown Error Occurred (performAuth)", kUnknown));
-    self->exchangeAuthCodeForToken(*code, p, completion);
+    self->exchangeCode(*code, p, completion);
   });
 }
 
-void KeycloakManager::exchangeAuthCodeForToken(std::string code, std::optional<KeyCloakParameters> given, TokenCompletion completion) {
+void KeycloakManager::exchangeCode(std::string code, std::optional<KeyCloakParameters> given, TokenCompletion completion) {
   const KeyCloakParameters& p = resolve(given);
   if (empty(p.token_endpoint) || empty(p.clientId) || empty(p.redirect_uri)) {
     return completion(std::nullopt, PlatformError("KeycloakManager (exchangeAuthCodeForToken) Missing parameters.", kExchangeMissingParameters));
@@ -266,7 +286,7 @@ void KeycloakManager::exchangeAuthCodeForToken(std::string code, std::optional<K
            "Unknown Error Occurred (exchangeAuthCodeForToken)", std::move(completion));
 }
 
-void KeycloakManager::performGuestAuth(std::optional<KeyCloakParameters> given, TokenCompletion completion) {
+void KeycloakManager::guestAuth(std::optional<KeyCloakParameters> given, TokenCompletion completion) {
   const KeyCloakParameters p = resolve(given);
   if (reuseToken(p, completion)) return;
   if (empty(p.token_endpoint) || empty(p.guestClientId) || empty(p.guestSecretKey)) {
@@ -276,7 +296,7 @@ void KeycloakManager::performGuestAuth(std::optional<KeyCloakParameters> given, 
            kGuestUnknown, "Unknown Error Occurred (performGuestAuth)", std::move(completion));
 }
 
-void KeycloakManager::performBackgroundAuth(std::optional<KeyCloakParameters> given, TokenCompletion completion) {
+void KeycloakManager::backgroundAuth(std::optional<KeyCloakParameters> given, TokenCompletion completion) {
   const KeyCloakParameters p = resolve(given);
   if (reuseToken(p, completion)) return;
   if (empty(p.token_endpoint) || empty(p.clientId)) {
@@ -291,7 +311,7 @@ void KeycloakManager::performBackgroundAuth(std::optional<KeyCloakParameters> gi
            kGuestUnknown, "Unknown Error Occurred (performGuestAuth)", std::move(completion));
 }
 
-void KeycloakManager::refreshToken(std::optional<KeyCloakAuthResponse> payload, std::optional<KeyCloakParameters> given,
+void KeycloakManager::refresh(std::optional<KeyCloakAuthResponse> payload, std::optional<KeyCloakParameters> given,
                                    TokenCompletion completion) {
   if (!payload) {
     return completion(std::nullopt, PlatformError("KeycloakManager (refreshToken) Missing payload KeyCloakAuthResponse.", kInvalidResponse));
@@ -316,27 +336,68 @@ void KeycloakManager::refreshToken(std::optional<KeyCloakAuthResponse> payload, 
 
 Task<KeyCloakAuthResponse> KeycloakManager::refreshToken(std::optional<KeyCloakAuthResponse> payload,
                                                          std::optional<KeyCloakParameters> parameters) {
-  auto refresh = detail::awaitCompletion<KeyCloakAuthResponse>(
+  co_await detail::ResumeHere{platform_};
+  auto refreshing = detail::awaitCompletion<KeyCloakAuthResponse>(
       [self = shared_from_this(), payload = std::move(payload), parameters = std::move(parameters)](TokenCompletion done) {
-        self->refreshToken(payload, parameters, std::move(done));
+        self->refresh(payload, parameters, std::move(done));
       });
-  auto [token, error] = co_await refresh;
+  auto [token, error] = co_await refreshing;
   if (error) throw *error;
   if (!token) throw PlatformError("Unknown error occurred - RefreshToken", kUnknown);
   co_return std::move(*token);
 }
 
-void KeycloakManager::logout(std::optional<KeyCloakParameters> given, LogoutCompletion completion) {
+// ---- the public flows: the same, answered on the main queue ----------------------------------
+
+KeycloakManager::TokenCompletion KeycloakManager::onMainQueue(TokenCompletion completion) const {
+  return [queue = platform_.mainQueue, completion = std::move(completion)](std::optional<KeyCloakAuthResponse> token,
+                                                                           std::optional<PlatformError> error) {
+    queue->post([completion, token = std::move(token), error = std::move(error)] {
+      if (completion) completion(token, error);
+    });
+  };
+}
+
+void KeycloakManager::performAuth(std::optional<KeyCloakParameters> parameters, TokenCompletion completion) {
+  authorize(std::move(parameters), onMainQueue(std::move(completion)));
+}
+void KeycloakManager::performGuestAuth(std::optional<KeyCloakParameters> parameters, TokenCompletion completion) {
+  guestAuth(std::move(parameters), onMainQueue(std::move(completion)));
+}
+void KeycloakManager::performBackgroundAuth(std::optional<KeyCloakParameters> parameters, TokenCompletion completion) {
+  backgroundAuth(std::move(parameters), onMainQueue(std::move(completion)));
+}
+void KeycloakManager::exchangeAuthCodeForToken(std::string code, std::optional<KeyCloakParameters> parameters,
+                                               TokenCompletion completion) {
+  exchangeCode(std::move(code), std::move(parameters), onMainQueue(std::move(completion)));
+}
+void KeycloakManager::refreshToken(std::optional<KeyCloakAuthResponse> payload, std::optional<KeyCloakParameters> parameters,
+                                   TokenCompletion completion) {
+  refresh(std::move(payload), std::move(parameters), onMainQueue(std::move(completion)));
+}
+void KeycloakManager::logout(std::optional<KeyCloakParameters> parameters, LogoutCompletion completion) {
+  endSession(std::move(parameters), [queue = platform_.mainQueue, completion = std::move(completion)](
+                                        std::optional<bool> done, std::optional<PlatformError> error) {
+    queue->post([completion, done, error = std::move(error)] {
+      if (completion) completion(done, error);
+    });
+  });
+}
+
+void KeycloakManager::endSession(std::optional<KeyCloakParameters> given, LogoutCompletion completion) {
   const KeyCloakParameters p = resolve(given);
   if (empty(p.end_session_endpoint) || empty(p.clientId) || empty(p.redirect_uri)) {
     return completion(std::nullopt, PlatformError("KeycloakManager (logout) Missing parameters.", kServerError));
   }
   const std::string url = *p.end_session_endpoint + "?client_id=" + *p.clientId + "&post_logout_redirect_uri=" + *p.redirect_uri;
   auto self = shared_from_this();
+  // Clearing the token writes the keychain: never on the I/O thread.
   auto finish = [self, completion](std::optional<PlatformError> error) {
-    if (error) return completion(false, std::move(error));
-    self->setCurrentTokenPayload(std::nullopt);
-    completion(true, std::nullopt);
+    self->platform_.executor->post([self, completion, error = std::move(error)] {
+      if (error) return completion(false, error);
+      self->setCurrentTokenPayload(std::nullopt);
+      completion(true, std::nullopt);
+    });
   };
   if (p.loginMode == KeycloakLoginMode::BACKGROUND) {
     HttpRequest request;

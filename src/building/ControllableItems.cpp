@@ -8,8 +8,15 @@ void ItemControl::setCurrentValue(ItemCurrentValue value) {
   std::shared_ptr<Orvane> bound = facade_.lock();
   if (bound_ && !bound) return;  // its facade (and with it the environment to send to) is gone
   Orvane& facade = bound ? *bound : Orvane::shared();
-  // The callback form starts the request without blocking the caller; its answer is not needed.
-  facade.setControllableItem(*this, [](const ResponseMessage&) {});
+  // A task of its own, through the awaitable form: it runs here only until it first waits (for
+  // the semaphore or the transfer), so the assigning thread never blocks; the answer is not needed.
+  detachTask([](Task<ItemCurrentValue> sending) -> Task<void> {
+    try {
+      co_await std::move(sending);
+    } catch (const std::exception&) {
+      // Nobody awaits a write-through; the pipeline has printed what went wrong.
+    }
+  }(facade.setControllableItem(*this)));
   facade.platform().print("setControllableItem(" + encodeJSON(currentValue_) + ")");
 }
 

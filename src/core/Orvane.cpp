@@ -4,8 +4,13 @@
 
 #include <random>
 
+#include <velora/auth/KeychainHelper.hpp>
+#include <velora/auth/KeycloakManager.hpp>
 #include <velora/core/Fatal.hpp>
+#include <velora/core/NetworkLogin.hpp>
 #include <velora/core/URL.hpp>
+
+#include "core/RenewalGate.hpp"
 
 namespace velora {
 namespace {
@@ -78,7 +83,12 @@ std::shared_ptr<Orvane> Orvane::make(Platform platform) {
   return facade;
 }
 
-Orvane::Orvane(Platform platform) : platform_(std::move(platform)), keychain_(platform_.secureStore, platform_.console) {
+Orvane::Orvane(Platform platform)
+    : platform_(std::move(platform)),
+      keychain_(std::make_unique<KeychainHelper>(platform_.secureStore, platform_.console)),
+      renewals_(std::make_shared<detail::RenewalGate>()),
+      captiveRenewals_(std::make_shared<detail::RenewalGate>()) {
+  if (!platform_.executor) platform_.executor = makeThreadPool();
   if (auto stored = platform_.defaults->string(kEnvUuidKey)) {
     envUUID = *stored;
   } else {
@@ -129,7 +139,7 @@ bool Orvane::languageEnabled() const {
 }
 
 std::optional<std::string> Orvane::accessToken() const {
-  std::shared_ptr<detail::SessionRenewer> renewer;
+  std::shared_ptr<SessionRenewer> renewer;
   {
     std::lock_guard lock(stateMutex_);
     renewer = renewer_;
@@ -145,12 +155,14 @@ AuthenticationStatus Orvane::authStatus() const {
                                                                     : AuthenticationStatus::notAuthenticated;
 }
 
-void Orvane::setSessionRenewer(std::shared_ptr<detail::SessionRenewer> renewer) {
+void Orvane::setSessionRenewer(std::shared_ptr<SessionRenewer> renewer) {
   std::lock_guard lock(stateMutex_);
   renewer_ = std::move(renewer);
 }
 
-void Orvane::setupSession(const std::optional<NetworkResponseLogin>&) {
+void Orvane::setupSession(const std::optional<NetworkResponseLogin>&) { setupSession(); }
+
+void Orvane::setupSession() {
   if (!environment) fatal("Orvane: setupSession needs an environment (call Orvane::setupSDK first)");
   HttpHeaders headers{{"Content-Type", "application/json; charset=utf-8"}};
   if (auto token = accessToken()) headers.add("Authorization", "Bearer " + *token);

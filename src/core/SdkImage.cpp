@@ -1,6 +1,6 @@
 // Recognises an image by its header and reads its pixel size from it, without decoding pixels.
 
-#include <velora/core/Orvane.hpp>
+#include <velora/core/SdkImage.hpp>
 
 #include <cstring>
 

@@ -34,6 +34,7 @@ Platform Platform::linuxDefaults(const std::string& bundleIdentifier, AnyCodable
   Platform p;
   p.transport = makeCurlTransport();
   p.mainQueue = std::make_shared<ThreadQueue>();
+  p.executor = makeThreadPool();
   p.defaults = std::make_shared<JsonFileStore>(xdgConfigHome() / bundleIdentifier / "defaults.json");
   p.secureStore = makeSystemSecureStore(bundleIdentifier, xdgDataHome() / bundleIdentifier / "keychain");
   p.host = std::make_shared<StaticHostInfo>(bundleIdentifier, std::move(infoDictionary));

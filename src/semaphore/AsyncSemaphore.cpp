@@ -10,9 +10,11 @@ namespace velora {
 class AsyncSemaphore::Suspension {
  public:
   enum class State { suspendedUnlessCancelled, suspended, pending, cancelled };
-  Suspension(State s, std::coroutine_handle<> h) : state(s), continuation(h) {}
+  Suspension(State s, std::coroutine_handle<> h, std::shared_ptr<Executor> e)
+      : state(s), continuation(h), executor(std::move(e)) {}
   State state;
   std::coroutine_handle<> continuation;
+  std::shared_ptr<Executor> executor;
   bool holdsContinuation() const { return state == State::suspended || state == State::suspendedUnlessCancelled; }
 };
 
@@ -40,26 +42,27 @@ bool AsyncSemaphore::signal() {
   suspensions_.pop_back();
   if (!suspension->holdsContinuation()) return false;
   guard.unlock();
-  detail::resumeOnTaskPool(suspension->continuation);
+  detail::resumeOn(suspension->executor, suspension->continuation);
   return true;
 }
 
-bool AsyncSemaphore::WaitAwaiter::await_suspend(std::coroutine_handle<> handle) {
+bool AsyncSemaphore::WaitAwaiter::suspend(std::coroutine_handle<> handle, std::shared_ptr<Executor> executor) {
   std::lock_guard guard(semaphore_.mutex_);
   if (--semaphore_.value_ >= 0) return false;
-  suspension_ = std::make_shared<Suspension>(Suspension::State::suspended, handle);
+  suspension_ = std::make_shared<Suspension>(Suspension::State::suspended, handle, std::move(executor));
   semaphore_.suspensions_.push_front(suspension_);
   return true;
 }
 
-bool AsyncSemaphore::CancellableWaitAwaiter::suspend(std::coroutine_handle<> handle, std::stop_token token) {
+bool AsyncSemaphore::CancellableWaitAwaiter::suspend(std::coroutine_handle<> handle, std::stop_token token,
+                                                     std::shared_ptr<Executor> executor) {
   if (token.stop_requested()) {
     cancelled_ = true;  // cancelled before the wait: the count is not touched
     return false;
   }
   std::lock_guard guard(semaphore_.mutex_);
   if (--semaphore_.value_ >= 0) return false;
-  suspension_ = std::make_shared<Suspension>(Suspension::State::pending, handle);
+  suspension_ = std::make_shared<Suspension>(Suspension::State::pending, handle, std::move(executor));
   suspension_->state = Suspension::State::suspendedUnlessCancelled;
   semaphore_.suspensions_.push_front(suspension_);
   if (token.stop_possible()) {
@@ -75,7 +78,7 @@ bool AsyncSemaphore::CancellableWaitAwaiter::suspend(std::coroutine_handle<> han
 
 void AsyncSemaphore::CancellableWaitAwaiter::OnStop::operator()() const noexcept {
   AsyncSemaphore& semaphore = awaiter->semaphore_;
-  std::lock_guard guard(semaphore.mutex_);
+  std::unique_lock guard(semaphore.mutex_);
   auto& waiting = semaphore.suspensions_;
   auto it = std::find(waiting.begin(), waiting.end(), awaiter->suspension_);
   // Not in the list: a signal has already handed this waiter its permit and resumed it.
@@ -83,9 +86,12 @@ void AsyncSemaphore::CancellableWaitAwaiter::OnStop::operator()() const noexcept
   waiting.erase(it);
   ++semaphore.value_;  // the waiter gives its claim back
   auto continuation = awaiter->suspension_->continuation;
+  auto executor = awaiter->suspension_->executor;
   awaiter->suspension_->state = Suspension::State::cancelled;
   awaiter->cancelled_ = true;
-  if (!awaiter->registering_) detail::resumeOnTaskPool(continuation);
+  if (awaiter->registering_) return;  // suspend() sees `cancelled_` and does not suspend
+  guard.unlock();
+  detail::resumeOn(executor, continuation);
 }
 
 void AsyncSemaphore::CancellableWaitAwaiter::await_resume() const {

@@ -5,8 +5,9 @@
 // facade rebuild its session, so the next request carries the new bearer token.
 //
 // There is one manager per facade: `KeycloakManager::setup` creates the shared facade's manager,
-// `Orvane::setupKeycloak` that of any other facade. Completions run once, on the transport's I/O
-// thread (or the browser session's thread).
+// `Orvane::setupKeycloak` that of any other facade. Completions run once, on the main queue. The
+// identity server's replies are handled (decoded, stored in the keychain, put in force) on the
+// platform's executor, never on the transport's I/O thread.
 
 #include <functional>
 #include <memory>
@@ -21,10 +22,14 @@
 #include <velora/core/PlatformError.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/platform/BrowserAuthSession.hpp>
+#include <velora/platform/HttpTransport.hpp>
 
 namespace velora {
 
 class Orvane;
+namespace detail {
+class KeycloakRenewer;
+}
 
 /// Error codes of the identity layer.
 namespace keycloak_error {
@@ -68,7 +73,8 @@ class KeycloakManager : public std::enable_shared_from_this<KeycloakManager> {
   static bool isConfigured();
 
   /// GETs the discovery document (`from`, else the configured discovery URL) without
-  /// authentication. Stops the process when neither is a parsable URL.
+  /// authentication. Stops the process when neither is a parsable URL. The completion runs on the
+  /// platform's executor; a failure carries the cause under "reason" in its user information.
   static void discoverConfiguration(const Orvane& facade, std::optional<std::string> from, DiscoveryCompletion completion);
 
   // Configuration: the facade's KeycloakEnvironment field when set, else the information
@@ -115,6 +121,21 @@ class KeycloakManager : public std::enable_shared_from_this<KeycloakManager> {
   static std::string codeFromCallbackURL(const std::string& url);
 
  private:
+  friend class Orvane;
+  friend class detail::KeycloakRenewer;
+  // The flows themselves; their completions run where the flow ended (the executor, the main
+  // queue or the browser's thread), never on the I/O thread. The facade chains them directly.
+  void authorize(std::optional<KeyCloakParameters> parameters, TokenCompletion completion);
+  void guestAuth(std::optional<KeyCloakParameters> parameters, TokenCompletion completion);
+  void backgroundAuth(std::optional<KeyCloakParameters> parameters, TokenCompletion completion);
+  void exchangeCode(std::string code, std::optional<KeyCloakParameters> parameters, TokenCompletion completion);
+  void refresh(std::optional<KeyCloakAuthResponse> payload, std::optional<KeyCloakParameters> parameters,
+               TokenCompletion completion);
+  void endSession(std::optional<KeyCloakParameters> parameters, LogoutCompletion completion);
+  TokenCompletion onMainQueue(TokenCompletion completion) const;
+  void handleTokenReply(const DataResult& result, std::int64_t unknownCode, const std::string& unknownMessage,
+                        const TokenCompletion& completion);
+
   const KeyCloakParameters& resolve(const std::optional<KeyCloakParameters>& given) const;
   bool reuseToken(const KeyCloakParameters& parameters, TokenCompletion& completion);
   void postForm(const KeyCloakParameters& parameters, const std::vector<std::pair<std::string, std::string>>& pairs,

@@ -4,53 +4,69 @@
 // exactly once on the main queue with a ResponseMessage (code 200 and the decoded record in
 // `payload` on success), and an awaitable form returning the record or throwing APIError.
 //
-// The operations are grouped by area below and implemented in src/core/Orvane+<Area>.cpp.
+// The operations are grouped by area below. Their records live in each area's headers (include
+// <velora/velora.hpp> for all of them); each area implements its part of the facade in
+// src/<area>/Orvane+<Area>.cpp, where every REST operation is declared once.
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <semaphore>
 #include <string_view>
 #include <vector>
 
-#include <velora/auth/KeychainHelper.hpp>
-#include <velora/auth/KeycloakManager.hpp>
-#include <velora/building/ControllableItems.hpp>
 #include <velora/core/APIError.hpp>
-#include <velora/core/DeviceConfiguration.hpp>
 #include <velora/core/EnvironmentModel.hpp>
 #include <velora/core/HttpSession.hpp>
-#include <velora/core/NetworkLogin.hpp>
 #include <velora/core/PlatformError.hpp>
 #include <velora/core/ResponseMessage.hpp>
+#include <velora/core/SessionRenewer.hpp>
 #include <velora/core/Task.hpp>
-#include <velora/core/detail/Pipeline.hpp>
-#include <velora/map/ORVRegion.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
-#include <velora/sse/SSEManager.hpp>
-#include <velora/sse/SSERecords.hpp>
+#include <velora/sse/EventSource.hpp>
 
 namespace velora {
+
+// Records of the areas, declared in their own headers.
+struct NetworkResponseLogin;
+struct NetworkResponseConfiguration;
+struct SdkImage;
+struct KeyCloakParameters;
+struct KeyCloakAuthResponse;
+struct BackgroundLoginParameters;
+class KeycloakManager;
+class KeychainHelper;
+struct ItemControllable;
+struct ItemControllableFilter;
+struct ItemCurrentValue;
+class ItemControl;
+struct ORVRegion;
+struct DiagnosticCompleteResponse;
+struct SSEWidgetEventChange;
+struct SSESubscriptionRequest;
+enum class KeycloakLoginMode;
+enum class SSEStreamTypeEvent;
+enum class SSEWidgetEventsType;
+class SSEManager;
 
 enum class AuthenticationStatus { unknown, notAuthenticated, authenticated };
 
 using ResponseCallback = std::function<void(const ResponseMessage&)>;
 
-/// Image bytes whose header is PNG, JPEG, GIF or WebP, with the pixel size read from the header.
-struct SdkImage {
-  enum class Format { png, jpeg, gif, webp };
-  Bytes data;
-  Format format = Format::png;
-  int width = 0;
-  int height = 0;
+/// How a request reaches the server: through the token decision and renewal of the pipeline, with
+/// the session's headers but no renewal, or with no headers at all (public resources).
+enum class RequestAccess { pipeline, sessionHeaders, none };
 
-  /// nullopt when the bytes are not one of the four formats or their header is cut short.
-  static std::optional<SdkImage> decode(Bytes data);
-};
+namespace detail {
+class RenewalGate;
+class PipelineCore;
+class KeycloakRenewer;
+struct FacadeAccess;
+}  // namespace detail
 
 class Orvane : public std::enable_shared_from_this<Orvane> {
  public:
@@ -78,14 +94,14 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   std::string envUUID;
   /// Serialises awaited requests; created with one permit (each setupSession adds one).
   AsyncSemaphore resumeAsyncSessionSemaphore{1};
-  /// Serialises the token decision and start of callback-style requests.
-  std::mutex resumeSessionLock;
+  /// Orders awaited captive renewals one at a time.
+  AsyncSemaphore resumeAsyncCaptiveReauthSemaphore{1};
 
   /// The authenticated session as last rebuilt by setupSession.
   std::shared_ptr<const HttpSession> session() const;
   const Platform& platform() const { return platform_; }
   /// The keychain items of this facade's platform.
-  KeychainHelper& keychain() { return keychain_; }
+  KeychainHelper& keychain() { return *keychain_; }
 
   /// `environment.sdkEndpoint`; stops the process without an environment.
   const std::string& sdkEndpoint() const;
@@ -102,7 +118,8 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
 
   /// Rebuilds the session: "Content-Type", "Authorization" when a token is held, and "uuid".
   /// Signals resumeAsyncSessionSemaphore once, unconditionally.
-  void setupSession(const std::optional<NetworkResponseLogin>& login = std::nullopt);
+  void setupSession(const std::optional<NetworkResponseLogin>& login);
+  void setupSession();
 
   // ---- request pipeline -----------------------------------------------------------------------
   /// A request to sdkEndpoint + `pathAndQuery` with the environment's time-out; nullopt when the
@@ -111,15 +128,16 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
                                          std::optional<std::string> body = std::nullopt) const;
 
   /// Callback entry: renews an expired session before sending, then answers `callback` once on the
-  /// main queue. Only the type of `payload` matters: it is the reply type.
+  /// main queue. Only the type of `payload` matters: it is the reply type (Bytes for raw data).
   template <class T>
   void resumeSession(HttpRequest with, const T& payload, ResponseCallback callback) {
     (void)payload;
-    resumeSessionWith(std::move(with), &detail::decodeReply<T>, std::move(callback));
+    resumeSessionWith(std::move(with), Access::pipeline,
+                      [this](const HttpResponse& response) { return callbackReply<T>(response); }, std::move(callback));
   }
 
   /// Awaitable entry: runs under resumeAsyncSessionSemaphore from token check to decoded reply.
-  /// Only the type of `payload` matters: it is the reply type.
+  /// Only the type of `payload` matters: it is the reply type (Bytes for raw data).
   template <class T>
   Task<T> resumeAsyncSession(HttpRequest with, const T& payload) {
     (void)payload;
@@ -127,29 +145,25 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   }
   template <class T>
   Task<T> resumeAsyncSession(HttpRequest with) {
-    co_await resumeAsyncSessionSemaphore.waitUnlessCancelled();
-    detail::SignalOnExit release{resumeAsyncSessionSemaphore};
-    auto sending = sendAwaited(std::move(with));
-    HttpResponse response = co_await std::move(sending);
-    co_return detail::decodeAsyncReply<T>(response, platform_);
+    std::optional<T> value;
+    auto exchange = resumeAsyncSessionWith(std::move(with), Access::pipeline,
+                                           [this, &value](const HttpResponse& response) { value = awaitedReply<T>(response); });
+    co_await std::move(exchange);
+    co_return std::move(*value);
   }
 
-  /// How the pipeline renews an expired session; installed by the login layer. Without one, an
-  /// expired or missing token is refused (callback form) or the request goes out as it is.
-  void setSessionRenewer(std::shared_ptr<detail::SessionRenewer> renewer);
+  /// How the pipeline learns about and renews the session; the Keycloak set-up installs one.
+  /// Without one, an expired or missing token is refused (callback form) or the request goes out
+  /// as it is (awaitable form).
+  void setSessionRenewer(std::shared_ptr<SessionRenewer> renewer);
 
-  // ---- login (Orvane+Keycloak) ----------------------------------------------------------------
-  using TokenCompletion = KeycloakManager::TokenCompletion;
+  // ---- login (auth/Orvane+Keycloak) -----------------------------------------------------------
+  using TokenCompletion = std::function<void(std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>)>;
 
   /// Creates this facade's Keycloak manager (replacing an earlier one) and lets the pipeline
   /// renew sessions through it.
   void setupKeycloak(KeyCloakParameters with);
   std::shared_ptr<KeycloakManager> keycloakManager() const;
-
-  /// Orders awaited renewals one at a time.
-  AsyncSemaphore resumeAsyncCaptiveReauthSemaphore{1};
-  /// Held for the duration of one callback-form renewal (released from the completing thread).
-  std::binary_semaphore captiveReauthLock{1};
 
   /// Discovery and the parameter set of the configured mode, without logging in.
   Task<bool> networkSetup();
@@ -164,18 +178,21 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   void backgroundLogin(std::optional<std::string> username, std::optional<std::string> password, std::int64_t expiration,
                        TokenCompletion completion);
   /// Ends the identity server's session and clears the current token.
-  Task<void> logout(std::optional<KeyCloakParameters> parameters = std::nullopt);
+  Task<void> logout(std::optional<KeyCloakParameters> parameters);
+  Task<void> logout();
   void logout(std::optional<KeyCloakParameters> parameters, std::function<void(std::optional<PlatformError>)> completion);
   /// Renews the session in the configured mode; what the pipeline calls for an expired session.
+  /// Renewals run one at a time; a renewal asked for while another runs waits in a queue.
   Task<KeyCloakAuthResponse> captiveReauth();
   void captiveReauth(TokenCompletion completion);
 
-  // ---- QR-code login (Orvane+Authentication) --------------------------------------------------
-  /// Fetches background-login credentials for a scanned code and stores them.
+  // ---- QR-code login (auth/Orvane+Authentication) ---------------------------------------------
+  /// GET "/api/lgnm/v1/scan?code=": background-login credentials for a scanned code, stored in
+  /// the keychain.
   void getLoginParameters(std::string from, std::function<void(std::optional<ResponseMessage>)> completion);
   Task<BackgroundLoginParameters> getLoginParameters(std::string from);
 
-  // ---- utilities (Orvane+Utils) ---------------------------------------------------------------
+  // ---- utilities (core/Orvane+Utils) ----------------------------------------------------------
   /// GET "/api/v1/public/diagnostic/check".
   void checkConnection(ResponseCallback callback);
   Task<ResponseMessage> checkConnection();
@@ -191,22 +208,24 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// is appended to sdkEndpoint. `publicFlag` sends it without the session's headers. No renewal.
   void downloadSdkImage(std::string path, bool publicFlag,
                         std::function<void(std::optional<SdkImage>, std::optional<PlatformError>)> completion);
+  Task<SdkImage> downloadSdkImage(std::string path, bool publicFlag);
 
   /// Raw bytes of a resource. Whole URLs are fetched without authentication; other paths go
   /// through the pipeline. The callback's payload is {"data": bytes}.
   void fetchResource(std::string path, ResponseCallback callback);
   Task<Bytes> fetchResource(std::string path);
 
-  // ---- controllable items (Orvane+Controllable) ----------------------------------------------
+  // ---- controllable items (building/Orvane+Controllable) -------------------------------------
   /// POST "/api/v1/item/list". The awaitable form binds the returned controls to this facade, so
   /// setting a control's value sends it here.
   void getControllableItems(std::optional<ItemControllableFilter> filter, ResponseCallback callback);
-  Task<std::vector<ItemControllable>> getControllableItems(std::optional<ItemControllableFilter> filter = std::nullopt);
+  Task<std::vector<ItemControllable>> getControllableItems(std::optional<ItemControllableFilter> filter);
+  Task<std::vector<ItemControllable>> getControllableItems();
   /// POST "/api/v1/item/set" with the control's current value; answers the value as stored.
   void setControllableItem(const ItemControl& control, ResponseCallback callback);
   Task<ItemCurrentValue> setControllableItem(const ItemControl& control);
 
-  // ---- streams (Orvane+SSE, Orvane+WidgetSSE) -------------------------------------------------
+  // ---- streams (sse/Orvane+SSE, sse/Orvane+WidgetSSE) -----------------------------------------
   // Each operation opens a new subscription at once and returns its manager, or nullptr when the
   // request cannot be built. Keep the manager while the stream is wanted and stop it with
   // removeAllListenersAndDisconnect(). Callbacks run on the main queue; event data that does not
@@ -251,15 +270,77 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
                                                       WidgetEventCallback onEventChanges = {}, CheckCallback onCheck = {});
 
  private:
+  friend class detail::PipelineCore;
+  friend class detail::KeycloakRenewer;
+  friend struct detail::FacadeAccess;
+  friend class KeycloakManager;
   explicit Orvane(Platform platform);
-  void resumeSessionWith(HttpRequest request, detail::ReplyDecoder decode, ResponseCallback callback);
-  void send(const HttpRequest& request, detail::ReplyDecoder decode, ResponseCallback callback);
-  void finishRenewal(detail::RenewalResult result, detail::RenewalCodes codes, HttpRequest request,
-                     detail::ReplyDecoder decode, ResponseCallback callback);
+
+  using Access = RequestAccess;
+  /// Turns any complete response into the callback's message (run on the main queue).
+  using CallbackReply = std::function<ResponseMessage(const HttpResponse&)>;
+  /// Turns any complete response into the awaiting caller's value; throws APIError for a failure.
+  using AwaitedReply = std::function<void(const HttpResponse&)>;
+
+  // The one pipeline core (core/RequestPipeline.cpp); the two forms differ only in the codes they
+  // report, in the refusal of a request without any token, and in the semaphore.
+  void resumeSessionWith(HttpRequest request, Access access, CallbackReply reply, ResponseCallback callback);
+  Task<void> resumeAsyncSessionWith(HttpRequest request, Access access, AwaitedReply reply);
+  /// Posts `message` to `callback` on the main queue; an exception from the callback is printed.
   void deliver(ResponseCallback callback, ResponseMessage message) const;
-  Task<HttpResponse> sendAwaited(HttpRequest request);
-  Task<NetworkResponseConfiguration> postConfiguration(std::optional<std::string> tagid);
-  void postConfiguration(std::optional<std::string> tagid, ResponseCallback callback);
+
+  /// The reply rules of each form for a reply type T.
+  template <class T>
+  ResponseMessage callbackReply(const HttpResponse& response) const {
+    if (response.head.status != 200) return statusMessage(response);
+    if constexpr (std::same_as<T, Bytes>) {
+      return ResponseMessage(200, std::nullopt, std::nullopt, std::nullopt, dataPayload(response.body));
+    } else {
+      try {
+        return ResponseMessage(200, typeName<T>() + " completed successfully", std::nullopt, std::nullopt,
+                               encode(decodeJSON<T>(response.body)));
+      } catch (const JsonError& e) {
+        return jsonParsingFailure(e);
+      }
+    }
+  }
+  template <class T>
+  T awaitedReply(const HttpResponse& response) const {
+    if (response.head.status != 200) throw statusError(response);
+    if constexpr (std::same_as<T, Bytes>) {
+      return Bytes(response.body.begin(), response.body.end());
+    } else {
+      try {
+        return decodeJSON<T>(response.body);
+      } catch (const JsonError& e) {
+        throw invalidJSONDecoded(e);
+      }
+    }
+  }
+  /// Callback form, status other than 200: the body's ResponseMessage, else status and its text.
+  static ResponseMessage statusMessage(const HttpResponse& response);
+  /// Awaitable form, status other than 200: the body's ResponseMessage, else "Invalid status code".
+  static APIError statusError(const HttpResponse& response);
+  /// {"data": bytes}
+  static AnyCodable dataPayload(std::string_view body);
+  /// A 200 body that is not the reply type: printed, then -27004 (callback) or -27003 (awaitable).
+  ResponseMessage jsonParsingFailure(const JsonError& error) const;
+  APIError invalidJSONDecoded(const JsonError& error) const;
+
+  /// Operation templates (core/Operation.hpp): both forms of a declared operation.
+  template <class Op>
+  Task<typename Op::Reply> call(Op op);
+  template <class Op>
+  void call(Op op, ResponseCallback callback);
+
+  /// Discovery, parameters and manager set-up shared by every login operation; `login` then runs
+  /// the flow of the mode. The completion runs once, off the I/O thread.
+  void runLogin(std::optional<KeycloakLoginMode> mode, bool requireClient,
+                std::function<void(KeycloakManager&, TokenCompletion)> login, TokenCompletion completion);
+  /// The captive renewal with its completion where the renewal ended (never the I/O thread).
+  void renewCaptive(TokenCompletion completion);
+  /// Wraps `completion` so it runs once on the main queue.
+  TokenCompletion onMainQueue(TokenCompletion completion) const;
 
   /// Builds the POST stream of `path` with the session's headers; nullptr when it cannot be built.
   std::shared_ptr<SSEManager> startStream(std::string_view path, AnyCodable body, std::map<std::string, EventHandler> events);
@@ -272,12 +353,13 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   Platform platform_;
   mutable std::mutex stateMutex_;
   std::shared_ptr<const HttpSession> session_;
-  std::shared_ptr<detail::SessionRenewer> renewer_;
+  std::shared_ptr<SessionRenewer> renewer_;
   std::shared_ptr<KeycloakManager> keycloak_;
-  KeychainHelper keychain_;
-
-  void runLogin(std::optional<KeycloakLoginMode> mode, bool requireClient,
-                std::function<void(KeycloakManager&, TokenCompletion)> login, TokenCompletion completion);
+  std::unique_ptr<KeychainHelper> keychain_;
+  /// Pipeline renewals, one at a time; requests that need one wait here, no thread blocks.
+  std::shared_ptr<detail::RenewalGate> renewals_;
+  /// Captive renewals asked for directly (callback form), one at a time.
+  std::shared_ptr<detail::RenewalGate> captiveRenewals_;
 };
 
 }  // namespace velora

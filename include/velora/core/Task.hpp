@@ -2,16 +2,22 @@
 // Task<T>: the awaitable form of every library operation.
 //
 // A task is lazy: it starts when it is awaited (`co_await task` inside another coroutine) or when
-// `get()` blocks the calling thread for its result. It carries a std::stop_token: a task awaited by
-// another inherits the awaiting task's token, and `cancel()` requests stop on a top-level task.
-// Library awaitables (the semaphore's cancellable wait, HTTP transfers) watch that token.
+// `get()` blocks the calling thread for its result. It carries a std::stop_token (a task awaited by
+// another inherits the awaiting task's token; `cancel()` requests stop on a top-level task) and an
+// executor, inherited the same way, on which it resumes after waiting:
 //
-// A task suspended on I/O or on the semaphore resumes on the library's task pool, never on the
-// transport's I/O thread and never on the application's main queue, so `get()` may be called from
-// the main thread without deadlock.
+// - under `get()` the executor is the blocked thread itself: the reply is decoded and the task
+//   finishes on the caller's thread, with no hop through another thread;
+// - a task awaited from a coroutine that runs on the application's main queue resumes there;
+// - otherwise it resumes on the library's thread pool (`Platform::executor`).
+//
+// `get()` must not be called on the main queue's own thread: the task may need that queue (a
+// browser login runs there), so the library stops the process with a message saying so instead
+// of hanging.
 
 #include <condition_variable>
 #include <coroutine>
+#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -19,6 +25,8 @@
 #include <optional>
 #include <stop_token>
 #include <utility>
+
+#include <velora/core/Executor.hpp>
 
 namespace velora {
 
@@ -33,9 +41,6 @@ class Task;
 
 namespace detail {
 
-/// Resumes a suspended coroutine on the library's task pool.
-void resumeOnTaskPool(std::coroutine_handle<> handle);
-
 /// The stop token of the awaiting coroutine when it is one of ours; an empty token otherwise.
 template <class Promise>
 std::stop_token stopTokenOf(std::coroutine_handle<Promise> handle) {
@@ -46,11 +51,61 @@ std::stop_token stopTokenOf(std::coroutine_handle<Promise> handle) {
   }
 }
 
-/// Shared between a task's frame and a thread blocked in get().
-struct BlockingWaiter {
-  std::mutex mutex;
-  std::condition_variable done;
-  bool finished = false;
+/// The executor the awaiting coroutine runs under when it is one of ours and has one.
+template <class Promise>
+std::shared_ptr<Executor> executorOf(std::coroutine_handle<Promise> handle) {
+  if constexpr (requires { handle.promise().executor(); }) {
+    return handle.promise().executor();
+  } else {
+    return {};
+  }
+}
+
+/// Resumes `handle` on `executor`, or right here when there is none.
+inline void resumeOn(const std::shared_ptr<Executor>& executor, std::coroutine_handle<> handle) {
+  if (executor) {
+    executor->post([handle] { handle.resume(); });
+  } else {
+    handle.resume();
+  }
+}
+
+/// The thread blocked in Task::get(): work posted here runs on it until the task has finished.
+class BlockedCaller final : public Executor {
+ public:
+  void post(std::function<void()> work) override {
+    {
+      std::lock_guard lock(mutex_);
+      work_.push_back(std::move(work));
+    }
+    ready_.notify_one();
+  }
+  void finish() {
+    {
+      std::lock_guard lock(mutex_);
+      finished_ = true;
+    }
+    ready_.notify_one();
+  }
+  /// Runs posted work on the calling thread until finish().
+  void runUntilFinished() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+      ready_.wait(lock, [&] { return finished_ || !work_.empty(); });
+      if (work_.empty()) return;
+      auto work = std::move(work_.front());
+      work_.pop_front();
+      lock.unlock();
+      work();
+      lock.lock();
+    }
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  std::deque<std::function<void()>> work_;
+  bool finished_ = false;
 };
 
 class TaskPromiseBase {
@@ -63,11 +118,7 @@ class TaskPromiseBase {
     std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> handle) noexcept {
       TaskPromiseBase& self = handle.promise();
       if (self.continuation_) return self.continuation_;
-      if (auto waiter = std::move(self.waiter_)) {
-        std::lock_guard lock(waiter->mutex);
-        waiter->finished = true;
-        waiter->done.notify_all();
-      }
+      if (auto caller = std::move(self.blockedCaller_)) caller->finish();
       return std::noop_coroutine();
     }
     void await_resume() noexcept {}
@@ -81,8 +132,18 @@ class TaskPromiseBase {
     if (token.stop_possible()) token_ = std::move(token);
   }
   void requestStop() { ownStop_.request_stop(); }
+
+  const std::shared_ptr<Executor>& executor() const { return executor_; }
+  /// Only the first executor sticks: a task keeps resuming where it started.
+  void adoptExecutor(std::shared_ptr<Executor> executor) {
+    if (!executor_) executor_ = std::move(executor);
+  }
+
   void setContinuation(std::coroutine_handle<> continuation) { continuation_ = continuation; }
-  void setWaiter(std::shared_ptr<BlockingWaiter> waiter) { waiter_ = std::move(waiter); }
+  void setBlockedCaller(std::shared_ptr<BlockedCaller> caller) {
+    blockedCaller_ = caller;
+    executor_ = std::move(caller);
+  }
   void rethrowIfFailed() const {
     if (error_) std::rethrow_exception(error_);
   }
@@ -90,8 +151,9 @@ class TaskPromiseBase {
  private:
   std::stop_source ownStop_;
   std::stop_token token_ = ownStop_.get_token();
+  std::shared_ptr<Executor> executor_;
   std::coroutine_handle<> continuation_;
-  std::shared_ptr<BlockingWaiter> waiter_;
+  std::shared_ptr<BlockedCaller> blockedCaller_;
   std::exception_ptr error_;
 };
 
@@ -138,14 +200,13 @@ class [[nodiscard]] Task {
   Task& operator=(const Task&) = delete;
   ~Task() { destroy(); }
 
-  /// Runs the task to completion on the calling thread's behalf and returns its result or
-  /// rethrows its error. Blocks; do not call it from inside a coroutine (use co_await).
+  /// Runs the task to completion on the calling thread and returns its result or rethrows its
+  /// error. Blocks; inside a coroutine use co_await, and never call it on the main queue's thread.
   T get() {
-    auto waiter = std::make_shared<detail::BlockingWaiter>();
-    handle_.promise().setWaiter(waiter);
+    auto caller = std::make_shared<detail::BlockedCaller>();
+    handle_.promise().setBlockedCaller(caller);
     handle_.resume();
-    std::unique_lock lock(waiter->mutex);
-    waiter->done.wait(lock, [&] { return waiter->finished; });
+    caller->runUntilFinished();
     return handle_.promise().take();
   }
 
@@ -159,6 +220,7 @@ class [[nodiscard]] Task {
     template <class Promise>
     std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> parent) noexcept {
       child.promise().inheritStopToken(detail::stopTokenOf(parent));
+      child.promise().adoptExecutor(detail::executorOf(parent));
       child.promise().setContinuation(parent);
       return child;
     }
@@ -199,8 +261,8 @@ struct currentStopToken {
   std::stop_token await_resume() const noexcept { return token; }
 };
 
-/// Starts a task without waiting for it; `done` runs on the task pool or the completing thread
-/// with the task's error, if any. The frame frees itself when the task ends.
+/// Starts a task without waiting for it: it runs on the calling thread until it first waits. `done`
+/// runs with the task's error, if any, where the task ends. The frame frees itself.
 void detachTask(Task<void> task, std::function<void(std::exception_ptr)> done = {});
 
 }  // namespace velora

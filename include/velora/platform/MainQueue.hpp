@@ -9,12 +9,13 @@
 #include <mutex>
 #include <thread>
 
+#include <velora/core/Executor.hpp>
+
 namespace velora {
 
-class MainQueue {
+/// An executor that also runs work after a delay; its thread is the application's main thread.
+class MainQueue : public Executor {
  public:
-  virtual ~MainQueue() = default;
-  virtual void post(std::function<void()> work) = 0;
   virtual void postAfter(std::chrono::milliseconds delay, std::function<void()> work) = 0;
   /// True when called from the thread that runs this queue's work.
   virtual bool isCurrent() const = 0;

@@ -24,6 +24,10 @@ using ConsoleSink = std::function<void(std::string_view line)>;
 struct Platform {
   std::shared_ptr<HttpTransport> transport;
   std::shared_ptr<MainQueue> mainQueue;
+  /// The library's own threads: where tasks that run on no application queue resume, and where
+  /// replies of the identity server are handled so that the I/O thread only moves bytes. Left
+  /// empty, a facade makes a pool of two threads.
+  std::shared_ptr<Executor> executor;
   std::shared_ptr<KeyValueStore> defaults;
   /// Keychain items (tokens, background-login credentials).
   std::shared_ptr<SecureStore> secureStore;
@@ -38,7 +42,7 @@ struct Platform {
   ConsoleSink console;
 
   /// Real adapters for an application named `bundleIdentifier`: curl transport, a ThreadQueue as
-  /// main queue, defaults in $XDG_CONFIG_HOME/<bundleIdentifier>/defaults.json, documents in
+  /// main queue, a two-thread pool as executor, defaults in $XDG_CONFIG_HOME/<bundleIdentifier>/defaults.json, documents in
   /// $XDG_DATA_HOME/<bundleIdentifier>/, secrets in the Secret Service or else in
   /// $XDG_DATA_HOME/<bundleIdentifier>/keychain/, the system clock, console lines on standard output.
   static Platform linuxDefaults(const std::string& bundleIdentifier, AnyCodable infoDictionary = {});

@@ -1,6 +1,7 @@
 #pragma once
 // A counting semaphore for tasks: waiting suspends the task instead of blocking a thread.
-// Waiters are released first in, first out. `waitUnlessCancelled` watches the waiting task's stop
+// Waiters are released first in, first out, and resume on their task's executor (on the
+// signalling thread when the task has none). `waitUnlessCancelled` watches the waiting task's stop
 // token and gives its claim back when the task is cancelled.
 
 #include <coroutine>
@@ -38,10 +39,14 @@ class AsyncSemaphore {
    public:
     explicit WaitAwaiter(AsyncSemaphore& semaphore) : semaphore_(semaphore) {}
     bool await_ready() const noexcept { return false; }
-    bool await_suspend(std::coroutine_handle<> handle);
+    template <class Promise>
+    bool await_suspend(std::coroutine_handle<Promise> handle) {
+      return suspend(handle, detail::executorOf(handle));
+    }
     void await_resume() const noexcept {}
 
    private:
+    bool suspend(std::coroutine_handle<> handle, std::shared_ptr<Executor> executor);
     AsyncSemaphore& semaphore_;
     std::shared_ptr<Suspension> suspension_;
   };
@@ -54,12 +59,12 @@ class AsyncSemaphore {
     bool await_ready() const noexcept { return false; }
     template <class Promise>
     bool await_suspend(std::coroutine_handle<Promise> handle) {
-      return suspend(handle, detail::stopTokenOf(handle));
+      return suspend(handle, detail::stopTokenOf(handle), detail::executorOf(handle));
     }
     void await_resume() const;
 
    private:
-    bool suspend(std::coroutine_handle<> handle, std::stop_token token);
+    bool suspend(std::coroutine_handle<> handle, std::stop_token token, std::shared_ptr<Executor> executor);
     struct OnStop {
       CancellableWaitAwaiter* awaiter;
       void operator()() const noexcept;

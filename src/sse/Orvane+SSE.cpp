@@ -1,6 +1,10 @@
 // Stream operations: event changes, positions, controllable items and diagnostics.
 
+#include <velora/building/ControllableItems.hpp>
 #include <velora/core/Orvane.hpp>
+#include <velora/map/ORVRegion.hpp>
+#include <velora/sse/SSEManager.hpp>
+#include <velora/sse/SSERecords.hpp>
 
 #include "sse/StreamPayload.hpp"
 

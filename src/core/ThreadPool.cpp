@@ -1,5 +1,5 @@
-// The threads on which suspended tasks resume: completions arrive on the transport's I/O thread
-// or on a signalling thread, and neither may run the rest of an application's coroutine.
+// The library's own threads: work that must leave the transport's I/O thread, and tasks that run
+// on no queue of the application's, continue here.
 
 #include <condition_variable>
 #include <deque>
@@ -9,56 +9,51 @@
 
 #include <velora/core/Task.hpp>
 
-namespace velora::detail {
+namespace velora {
 namespace {
 
-class TaskPool {
+class ThreadPool final : public Executor {
  public:
-  explicit TaskPool(unsigned threads) {
-    for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this](std::stop_token stop) { work(stop); });
+  explicit ThreadPool(unsigned threads) {
+    for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this] { work(); });
   }
-  ~TaskPool() {
+  ~ThreadPool() override {
     {
       std::lock_guard lock(mutex_);
       stopping_ = true;
     }
     ready_.notify_all();
-    workers_.clear();  // joins
+    workers_.clear();  // joins; queued work still runs first
   }
 
-  void post(std::coroutine_handle<> handle) {
+  void post(std::function<void()> work) override {
     {
       std::lock_guard lock(mutex_);
-      queue_.push_back(handle);
+      queue_.push_back(std::move(work));
     }
     ready_.notify_one();
   }
 
  private:
-  void work(std::stop_token) {
+  void work() {
     std::unique_lock lock(mutex_);
     while (true) {
       ready_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
       if (queue_.empty()) return;
-      auto handle = queue_.front();
+      auto next = std::move(queue_.front());
       queue_.pop_front();
       lock.unlock();
-      handle.resume();
+      next();
       lock.lock();
     }
   }
 
   std::mutex mutex_;
   std::condition_variable ready_;
-  std::deque<std::coroutine_handle<>> queue_;
+  std::deque<std::function<void()>> queue_;
   bool stopping_ = false;
   std::vector<std::jthread> workers_;
 };
-
-TaskPool& pool() {
-  static TaskPool instance(std::max(2u, std::thread::hardware_concurrency()));
-  return instance;
-}
 
 struct DetachedTask {
   struct promise_type {
@@ -82,12 +77,8 @@ DetachedTask runDetached(Task<void> task, std::function<void(std::exception_ptr)
 
 }  // namespace
 
-void resumeOnTaskPool(std::coroutine_handle<> handle) { pool().post(handle); }
+std::shared_ptr<Executor> makeThreadPool(unsigned threads) { return std::make_shared<ThreadPool>(threads == 0 ? 1 : threads); }
 
-}  // namespace velora::detail
+void detachTask(Task<void> task, std::function<void(std::exception_ptr)> done) { runDetached(std::move(task), std::move(done)); }
 
-namespace velora {
-void detachTask(Task<void> task, std::function<void(std::exception_ptr)> done) {
-  detail::runDetached(std::move(task), std::move(done));
-}
 }  // namespace velora

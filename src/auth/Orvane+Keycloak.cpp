@@ -1,11 +1,13 @@
 // The facade's login operations: one call per login mode, the authentication status, and the
 // captive renewal the request pipeline uses when a session has expired.
 
+#include <velora/auth/KeychainHelper.hpp>
+#include <velora/auth/KeycloakManager.hpp>
 #include <velora/core/Orvane.hpp>
-
 #include <velora/core/URL.hpp>
 
-#include "core/CallbackAwaiter.hpp"
+#include "core/RenewalGate.hpp"
+#include "core/Resume.hpp"
 
 namespace velora {
 namespace {
@@ -25,12 +27,14 @@ KeyCloakAuthResponse unwrap(std::pair<std::optional<KeyCloakAuthResponse>, std::
   return std::move(*token);
 }
 
+}  // namespace
+
 /// Lets the request pipeline renew sessions through the facade's Keycloak manager.
-class KeycloakRenewer : public detail::SessionRenewer {
+class detail::KeycloakRenewer : public SessionRenewer {
  public:
   explicit KeycloakRenewer(std::weak_ptr<Orvane> facade) : facade_(std::move(facade)) {}
 
-  detail::TokenState tokenState() const override {
+  TokenState tokenState() const override {
     auto facade = facade_.lock();
     auto manager = facade ? facade->keycloakManager() : nullptr;
     if (!manager) return {};
@@ -44,33 +48,11 @@ class KeycloakRenewer : public detail::SessionRenewer {
     auto token = manager ? manager->currentTokenPayload() : std::nullopt;
     return token ? token->access_token : std::nullopt;
   }
-  void refresh(std::function<void(detail::RenewalResult)> completion) override {
-    auto facade = facade_.lock();
-    auto manager = facade ? facade->keycloakManager() : nullptr;
-    if (!manager) return completion({false, nullptr});
-    manager->refreshToken(manager->currentTokenPayload(), std::nullopt, adapt(std::move(completion)));
-  }
-  void captiveReauth(std::function<void(detail::RenewalResult)> completion) override {
-    auto facade = facade_.lock();
-    if (!facade) return completion({false, nullptr});
-    facade->captiveReauth(adapt(std::move(completion)));
-  }
-  Task<void> refreshAsync() override {
-    auto facade = facade_.lock();
-    auto manager = facade ? facade->keycloakManager() : nullptr;
-    if (!manager) co_return;
-    auto refresh = manager->refreshToken(manager->currentTokenPayload(), std::nullopt);
-    co_await std::move(refresh);
-  }
-  Task<void> captiveReauthAsync() override {
-    auto facade = facade_.lock();
-    if (!facade) co_return;
-    auto renewal = facade->captiveReauth();
-    co_await std::move(renewal);
-  }
+  void refresh(Completion completion) override;
+  void captiveReauth(Completion completion) override;
 
  private:
-  static KeycloakManager::TokenCompletion adapt(std::function<void(detail::RenewalResult)> completion) {
+  static Orvane::TokenCompletion adapt(Completion completion) {
     return [completion = std::move(completion)](std::optional<KeyCloakAuthResponse> token, std::optional<PlatformError> error) {
       completion({token.has_value(), error ? std::make_exception_ptr(*error) : nullptr});
     };
@@ -78,7 +60,28 @@ class KeycloakRenewer : public detail::SessionRenewer {
   std::weak_ptr<Orvane> facade_;
 };
 
-}  // namespace
+// The renewer reaches the manager's own flows, whose completions do not wait for the main queue.
+void detail::KeycloakRenewer::refresh(Completion completion) {
+  auto facade = facade_.lock();
+  auto manager = facade ? facade->keycloakManager() : nullptr;
+  if (!manager) return completion({false, nullptr});
+  manager->refresh(manager->currentTokenPayload(), std::nullopt, adapt(std::move(completion)));
+}
+
+void detail::KeycloakRenewer::captiveReauth(Completion completion) {
+  auto facade = facade_.lock();
+  if (!facade) return completion({false, nullptr});
+  facade->renewCaptive(adapt(std::move(completion)));
+}
+
+Orvane::TokenCompletion Orvane::onMainQueue(TokenCompletion completion) const {
+  return [queue = platform_.mainQueue, completion = std::move(completion)](std::optional<KeyCloakAuthResponse> token,
+                                                                           std::optional<PlatformError> error) {
+    queue->post([completion, token = std::move(token), error = std::move(error)] {
+      if (completion) completion(token, error);
+    });
+  };
+}
 
 void Orvane::setupKeycloak(KeyCloakParameters with) {
   auto manager = std::make_shared<KeycloakManager>(*this, std::move(with));
@@ -86,7 +89,7 @@ void Orvane::setupKeycloak(KeyCloakParameters with) {
     std::lock_guard lock(stateMutex_);
     keycloak_ = std::move(manager);
   }
-  setSessionRenewer(std::make_shared<KeycloakRenewer>(weak_from_this()));
+  setSessionRenewer(std::make_shared<detail::KeycloakRenewer>(weak_from_this()));
   // A session the new manager restored from the keychain is put in force at once; otherwise the
   // next request would go out without it although the token is valid.
   if (environment && keycloakManager()->currentTokenPayload()) setupSession();
@@ -122,6 +125,7 @@ void Orvane::runLogin(std::optional<KeycloakLoginMode> mode, bool requireClient,
 }
 
 Task<bool> Orvane::networkSetup() {
+  co_await detail::ResumeHere{platform_};
   auto setup = detail::awaitCompletion<KeyCloakAuthResponse>(
       [self = shared_from_this()](TokenCompletion done) { self->runLogin(std::nullopt, true, nullptr, std::move(done)); });
   unwrap(co_await setup);
@@ -129,10 +133,11 @@ Task<bool> Orvane::networkSetup() {
 }
 
 Task<KeyCloakAuthResponse> Orvane::keycloakLogin() {
+  co_await detail::ResumeHere{platform_};
   auto login = detail::awaitCompletion<KeyCloakAuthResponse>([self = shared_from_this()](TokenCompletion done) {
     self->runLogin(KeycloakLoginMode::USER, true, [self](KeycloakManager& manager, TokenCompletion completion) {
       // The browser belongs to the application's main thread.
-      self->platform().mainQueue->post([manager = manager.shared_from_this(), completion] { manager->performAuth(std::nullopt, completion); });
+      self->platform().mainQueue->post([manager = manager.shared_from_this(), completion] { manager->authorize(std::nullopt, completion); });
     }, std::move(done));
   });
   auto result = co_await login;
@@ -148,85 +153,124 @@ Task<KeyCloakAuthResponse> Orvane::keycloakLogin() {
 
 void Orvane::keycloakGuestLogin(TokenCompletion completion) {
   runLogin(KeycloakLoginMode::GUEST, false,
-           [](KeycloakManager& manager, TokenCompletion done) { manager.performGuestAuth(std::nullopt, std::move(done)); },
-           std::move(completion));
+           [](KeycloakManager& manager, TokenCompletion done) { manager.guestAuth(std::nullopt, std::move(done)); },
+           onMainQueue(std::move(completion)));
 }
 
 Task<KeyCloakAuthResponse> Orvane::keycloakGuestLogin() {
-  auto login = detail::awaitCompletion<KeyCloakAuthResponse>(
-      [self = shared_from_this()](TokenCompletion done) { self->keycloakGuestLogin(std::move(done)); });
+  co_await detail::ResumeHere{platform_};
+  auto login = detail::awaitCompletion<KeyCloakAuthResponse>([self = shared_from_this()](TokenCompletion done) {
+    self->runLogin(KeycloakLoginMode::GUEST, false,
+                   [](KeycloakManager& manager, TokenCompletion next) { manager.guestAuth(std::nullopt, std::move(next)); },
+                   std::move(done));
+  });
   co_return unwrap(co_await login);
 }
 
-void Orvane::backgroundLogin(std::optional<std::string> username, std::optional<std::string> password, std::int64_t expiration,
-                             TokenCompletion completion) {
-  auto& keychain = keychain_;
+namespace {
+/// Stores given credentials, or checks that some are stored; the failure's text otherwise.
+std::optional<std::string> prepareBackgroundCredentials(KeychainHelper& keychain, const std::optional<std::string>& username,
+                                                        const std::optional<std::string>& password, std::int64_t expiration) {
   if (username && password) {
     if (!BackgroundLoginParameters{*username, *password, expiration, std::nullopt}.storeToKeychain(keychain)) {
-      return completion(std::nullopt, facadeError("Unable to save credentials to keychain"));
+      return "Unable to save credentials to keychain";
     }
   } else if (!BackgroundLoginParameters::readFromKeychain(keychain)) {
-    return completion(std::nullopt, facadeError("keycloakLogin - Missing credentials."));
+    return "keycloakLogin - Missing credentials.";
   }
-  runLogin(KeycloakLoginMode::BACKGROUND, false,
-           [](KeycloakManager& manager, TokenCompletion done) { manager.performBackgroundAuth(std::nullopt, std::move(done)); },
-           std::move(completion));
+  return std::nullopt;
+}
+}  // namespace
+
+void Orvane::backgroundLogin(std::optional<std::string> username, std::optional<std::string> password, std::int64_t expiration,
+                             TokenCompletion completion) {
+  // The keychain is written off the caller's thread and the answer comes on the main queue.
+  platform_.executor->post([self = shared_from_this(), username, password, expiration,
+                            completion = onMainQueue(std::move(completion))] {
+    if (auto failure = prepareBackgroundCredentials(self->keychain(), username, password, expiration)) {
+      return completion(std::nullopt, facadeError(*failure));
+    }
+    self->runLogin(KeycloakLoginMode::BACKGROUND, false,
+                   [](KeycloakManager& manager, TokenCompletion done) { manager.backgroundAuth(std::nullopt, std::move(done)); },
+                   completion);
+  });
 }
 
 Task<KeyCloakAuthResponse> Orvane::backgroundLogin(std::optional<std::string> username, std::optional<std::string> password,
                                                    std::int64_t expiration) {
-  auto login = detail::awaitCompletion<KeyCloakAuthResponse>(
-      [self = shared_from_this(), username, password, expiration](TokenCompletion done) {
-        self->backgroundLogin(username, password, expiration, std::move(done));
-      });
+  co_await detail::ResumeHere{platform_};
+  if (auto failure = prepareBackgroundCredentials(keychain(), username, password, expiration)) throw APIError::requestFailed(*failure);
+  auto login = detail::awaitCompletion<KeyCloakAuthResponse>([self = shared_from_this()](TokenCompletion done) {
+    self->runLogin(KeycloakLoginMode::BACKGROUND, false,
+                   [](KeycloakManager& manager, TokenCompletion next) { manager.backgroundAuth(std::nullopt, std::move(next)); },
+                   std::move(done));
+  });
   co_return unwrap(co_await login);
 }
 
 void Orvane::logout(std::optional<KeyCloakParameters> parameters, std::function<void(std::optional<PlatformError>)> completion) {
   auto manager = keycloakManager();
-  if (!manager) return completion(facadeError("Keycloak not configured"));
-  manager->logout(std::move(parameters), [completion](std::optional<bool>, std::optional<PlatformError> error) { completion(error); });
+  auto answer = [queue = platform_.mainQueue, completion = std::move(completion)](std::optional<PlatformError> error) {
+    queue->post([completion, error = std::move(error)] {
+      if (completion) completion(error);
+    });
+  };
+  if (!manager) return answer(facadeError("Keycloak not configured"));
+  manager->endSession(std::move(parameters), [answer](std::optional<bool>, std::optional<PlatformError> error) { answer(std::move(error)); });
 }
 
+Task<void> Orvane::logout() { return logout(std::nullopt); }
+
 Task<void> Orvane::logout(std::optional<KeyCloakParameters> parameters) {
-  auto ending = detail::awaitCompletion<KeyCloakAuthResponse>(
-      [self = shared_from_this(), parameters](TokenCompletion done) {
-        self->logout(parameters, [done](std::optional<PlatformError> error) {
-          done(error ? std::nullopt : std::optional(KeyCloakAuthResponse{}), error);
-        });
-      });
+  co_await detail::ResumeHere{platform_};
+  auto manager = keycloakManager();
+  if (!manager) throw APIError::requestFailed("Keycloak not configured");
+  auto ending = detail::awaitCompletion<KeyCloakAuthResponse>([manager, parameters](TokenCompletion done) {
+    manager->endSession(parameters, [done](std::optional<bool>, std::optional<PlatformError> error) {
+      done(error ? std::nullopt : std::optional(KeyCloakAuthResponse{}), error);
+    });
+  });
   unwrap(co_await ending);
 }
 
-void Orvane::captiveReauth(TokenCompletion completion) {
+void Orvane::renewCaptive(TokenCompletion completion) {
   auto manager = keycloakManager();
   if (!manager) return completion(std::nullopt, std::nullopt);
   const KeycloakLoginMode mode = KeycloakManager::getLoginMode(*this).value_or(manager->loginMode());
-  captiveReauthLock.acquire();
-  auto release = [self = shared_from_this(), completion](std::optional<KeyCloakAuthResponse> token, std::optional<PlatformError> error) {
-    self->captiveReauthLock.release();
-    completion(std::move(token), std::move(error));
-  };
-  switch (mode) {
-    case KeycloakLoginMode::USER:
-      // performAuth hands back a still-valid token or refreshes before it shows a browser.
-      platform_.mainQueue->post([manager, release] { manager->performAuth(std::nullopt, release); });
-      break;
-    case KeycloakLoginMode::GUEST:
-      manager->performGuestAuth(std::nullopt, release);
-      break;
-    case KeycloakLoginMode::BACKGROUND:
-      manager->performBackgroundAuth(std::nullopt, release);
-      break;
-  }
+  // One renewal at a time, in every mode; the next one starts when this one has answered.
+  captiveRenewals_->enter([self = shared_from_this(), manager, mode, completion](detail::RenewalGate::Release release) {
+    auto done = [release, completion](std::optional<KeyCloakAuthResponse> token, std::optional<PlatformError> error) {
+      release();
+      completion(std::move(token), std::move(error));
+    };
+    switch (mode) {
+      case KeycloakLoginMode::USER:
+        // authorize hands back a still-valid token or refreshes before it shows a browser, which
+        // belongs to the main thread.
+        self->platform_.mainQueue->post([manager, done] { manager->authorize(std::nullopt, done); });
+        break;
+      case KeycloakLoginMode::GUEST:
+        manager->guestAuth(std::nullopt, done);
+        break;
+      case KeycloakLoginMode::BACKGROUND:
+        manager->backgroundAuth(std::nullopt, done);
+        break;
+    }
+  });
 }
 
+void Orvane::captiveReauth(TokenCompletion completion) { renewCaptive(onMainQueue(std::move(completion))); }
+
 Task<KeyCloakAuthResponse> Orvane::captiveReauth() {
+  co_await detail::ResumeHere{platform_};
   co_await resumeAsyncCaptiveReauthSemaphore.waitUnlessCancelled();
-  detail::SignalOnExit release{resumeAsyncCaptiveReauthSemaphore};
+  struct Release {
+    AsyncSemaphore& semaphore;
+    ~Release() { semaphore.signal(); }
+  } release{resumeAsyncCaptiveReauthSemaphore};
   if (!keycloakManager()) throw APIError::requestFailed("Keycloak not configured");
   auto renewal = detail::awaitCompletion<KeyCloakAuthResponse>(
-      [self = shared_from_this()](TokenCompletion done) { self->captiveReauth(std::move(done)); });
+      [self = shared_from_this()](TokenCompletion done) { self->renewCaptive(std::move(done)); });
   co_return unwrap(co_await renewal);
 }
 

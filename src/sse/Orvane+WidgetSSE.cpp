@@ -1,6 +1,10 @@
 // Stream operations of the home screen's widgets: a room's group, the home page, one widget.
 
+#include <velora/building/ControllableItems.hpp>
 #include <velora/core/Orvane.hpp>
+#include <velora/map/ORVRegion.hpp>
+#include <velora/sse/SSEManager.hpp>
+#include <velora/sse/SSERecords.hpp>
 
 #include "sse/StreamPayload.hpp"
 

@@ -1,0 +1,47 @@
+#pragma once
+// Every REST operation of the facade, enumerable: the `velora call` command, the sandbox's checks
+// and the tests run any operation by name, with its arguments as a JSON object.
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <velora/core/AnyCodable.hpp>
+#include <velora/core/Orvane.hpp>
+#include <velora/core/Task.hpp>
+
+namespace velora {
+
+struct OperationArgument {
+  /// The argument's label, also its key in the arguments object.
+  std::string name;
+  bool required = true;
+};
+
+struct OperationEntry {
+  /// The facade's name for it ("getControllableItems").
+  std::string name;
+  std::string method;
+  /// The path below the endpoint, arguments shown as {name} ("/api/lgnm/v1/scan?code={from}").
+  std::string path;
+  /// The reply record's name.
+  std::string replyType;
+  std::vector<OperationArgument> arguments;
+
+  // Each takes the arguments as one JSON object keyed by label; arguments that do not decode
+  // throw std::invalid_argument naming the offending key.
+  /// The request the operation would send, without sending it (APIError for a local refusal).
+  std::function<HttpRequest(Orvane& facade, const AnyCodable& arguments)> request;
+  /// The awaitable form; the reply record as JSON.
+  std::function<Task<AnyCodable>(Orvane& facade, const AnyCodable& arguments)> call;
+  /// The callback form.
+  std::function<void(Orvane& facade, const AnyCodable& arguments, ResponseCallback callback)> callWithCallback;
+};
+
+/// All operations, sorted by name.
+const std::vector<OperationEntry>& operationRegistry();
+/// The operation with that name, or nullptr.
+const OperationEntry* findOperation(std::string_view name);
+
+}  // namespace velora
