@@ -11,6 +11,7 @@ inline std::shared_ptr<velora::Orvane> benchFacade(const std::string& endpoint) 
   velora::Platform p;
   p.transport = velora::makeCurlTransport();
   p.mainQueue = std::make_shared<velora::ThreadQueue>();
+  p.executor = velora::makeThreadPool();
   p.defaults = std::make_shared<velora::MemoryStore>();
   p.host = std::make_shared<velora::StaticHostInfo>("bench.app");
   p.clock = std::make_shared<velora::SystemClock>();
@@ -19,15 +20,13 @@ inline std::shared_ptr<velora::Orvane> benchFacade(const std::string& endpoint) 
   return velora::Orvane::make(p);
 }
 
-class FixedSession : public velora::detail::SessionRenewer {
+class FixedSession : public velora::SessionRenewer {
  public:
   explicit FixedSession(std::string token) : token_(std::move(token)) {}
-  velora::detail::TokenState tokenState() const override { return {true, true, true}; }
+  velora::TokenState tokenState() const override { return {true, true, true}; }
   std::optional<std::string> accessToken() const override { return token_; }
-  void refresh(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
-  void captiveReauth(std::function<void(velora::detail::RenewalResult)> done) override { done({true, nullptr}); }
-  velora::Task<void> refreshAsync() override { co_return; }
-  velora::Task<void> captiveReauthAsync() override { co_return; }
+  void refresh(Completion done) override { done({true, nullptr}); }
+  void captiveReauth(Completion done) override { done({true, nullptr}); }
 
  private:
   std::string token_;

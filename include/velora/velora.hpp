@@ -1,16 +1,24 @@
 #pragma once
 // Everything an application needs, in one include.
 
+#include <velora/auth/KeychainHelper.hpp>
+#include <velora/auth/KeycloakManager.hpp>
+#include <velora/auth/KeycloakRecords.hpp>
 #include <velora/building/ControllableItems.hpp>
 #include <velora/core/APIError.hpp>
 #include <velora/core/AnyCodable.hpp>
 #include <velora/core/DeviceConfiguration.hpp>
 #include <velora/core/EnvironmentModel.hpp>
+#include <velora/core/Executor.hpp>
+#include <velora/core/NetworkLogin.hpp>
 #include <velora/core/ORVSLogManager.hpp>
+#include <velora/core/OperationRegistry.hpp>
 #include <velora/core/Orvane.hpp>
 #include <velora/core/PlatformError.hpp>
 #include <velora/core/Record.hpp>
 #include <velora/core/ResponseMessage.hpp>
+#include <velora/core/SdkImage.hpp>
+#include <velora/core/SessionRenewer.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/core/URL.hpp>
 #include <velora/map/MapPositionModel.hpp>

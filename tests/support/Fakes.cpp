@@ -68,28 +68,13 @@ void ManualQueue::advance(std::chrono::milliseconds by) {
   drain();
 }
 
-detail::RenewalResult FakeRenewer::renew(int& counter) {
+RenewalResult FakeRenewer::renew(int& counter) {
   ++counter;
   if (outcome.gotToken) {
     token = renewedToken;
     state.accessTokenValid = true;
   }
   return outcome;
-}
-
-void FakeRenewer::refresh(std::function<void(detail::RenewalResult)> completion) { completion(renew(refreshes)); }
-void FakeRenewer::captiveReauth(std::function<void(detail::RenewalResult)> completion) { completion(renew(captives)); }
-
-Task<void> FakeRenewer::refreshAsync() {
-  auto result = renew(refreshes);
-  if (result.error) std::rethrow_exception(result.error);
-  co_return;
-}
-
-Task<void> FakeRenewer::captiveReauthAsync() {
-  auto result = renew(captives);
-  if (result.error) std::rethrow_exception(result.error);
-  co_return;
 }
 
 int MemorySecureStore::add(const std::optional<std::string>& service, const std::string& account, const Bytes& data) {
@@ -128,6 +113,7 @@ Platform FakePlatform::platform() {
   Platform p;
   p.transport = transport;
   p.mainQueue = queue;
+  p.executor = executor;
   p.defaults = defaults;
   p.host = std::make_shared<StaticHostInfo>(bundleIdentifier, info);
   p.clock = clock;

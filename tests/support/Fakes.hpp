@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include <velora/core/Orvane.hpp>
+#include <velora/velora.hpp>
 #include <velora/platform/Platform.hpp>
 
 namespace velora::testing {
@@ -82,26 +82,31 @@ class ManualClock : public Clock {
   Date now_ = dateFromReferenceSeconds(700000000);
 };
 
-/// A renewer whose state and outcomes the test sets.
-class FakeRenewer : public detail::SessionRenewer {
+/// A renewer whose state and outcomes the test sets. Renewals answer at once, on the caller's thread.
+class FakeRenewer : public SessionRenewer {
  public:
-  detail::TokenState state;
+  TokenState state;
   std::optional<std::string> token;
   /// What the next renewal ends with; a token outcome also makes the access token valid.
-  detail::RenewalResult outcome{true, nullptr};
+  RenewalResult outcome{true, nullptr};
   std::string renewedToken = "renewed-token";
   int refreshes = 0;
   int captives = 0;
 
-  detail::TokenState tokenState() const override { return state; }
+  TokenState tokenState() const override { return state; }
   std::optional<std::string> accessToken() const override { return token; }
-  void refresh(std::function<void(detail::RenewalResult)> completion) override;
-  void captiveReauth(std::function<void(detail::RenewalResult)> completion) override;
-  Task<void> refreshAsync() override;
-  Task<void> captiveReauthAsync() override;
+  void refresh(Completion completion) override { completion(renew(refreshes)); }
+  void captiveReauth(Completion completion) override { completion(renew(captives)); }
 
  private:
-  detail::RenewalResult renew(int& counter);
+  RenewalResult renew(int& counter);
+};
+
+/// Runs posted work at once on the posting thread: with the synchronous fake transport, a whole
+/// request (renewals included) runs on the test's thread.
+class InlineExecutor : public Executor {
+ public:
+  void post(std::function<void()> work) override { work(); }
 };
 
 /// Keychain items in memory.
@@ -129,6 +134,7 @@ class FakeBrowser : public BrowserAuthSession {
 struct FakePlatform {
   std::shared_ptr<FakeTransport> transport = std::make_shared<FakeTransport>();
   std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
+  std::shared_ptr<Executor> executor = std::make_shared<InlineExecutor>();
   std::shared_ptr<MemoryStore> defaults = std::make_shared<MemoryStore>();
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
   std::shared_ptr<MemorySecureStore> secureStore = std::make_shared<MemorySecureStore>();

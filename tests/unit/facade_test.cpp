@@ -97,7 +97,7 @@ TEST(Facade, SessionCarriesExactlyTheSessionHeadersAndAddsAPermitEachTime) {
 struct DecisionCase {
   const char* name;
   bool installRenewer;
-  detail::TokenState state;
+  TokenState state;
   enum { token, apiError, otherError, nothing } outcome;
   // callback form
   std::int64_t callbackCode;
@@ -108,7 +108,7 @@ struct DecisionCase {
   int refreshes, captives;
 };
 
-detail::RenewalResult renewal(const DecisionCase& c) {
+RenewalResult renewal(const DecisionCase& c) {
   switch (c.outcome) {
     case DecisionCase::token: return {true, nullptr};
     case DecisionCase::apiError: return {false, std::make_exception_ptr(APIError(ResponseMessage(-23005, "invalid_grant")))};
@@ -120,17 +120,17 @@ detail::RenewalResult renewal(const DecisionCase& c) {
 
 TEST(Pipeline, TokenDecisionInBothEntries) {
   const std::string kName = "resumeSession(with:payload:callback:)";
-  const detail::TokenState valid{true, true, true}, refreshable{false, true, true}, captive{false, false, true}, none{};
+  const TokenState valid{true, true, true}, refreshable{false, true, true}, captive{false, false, true}, none{};
   const DecisionCase cases[] = {
       {"valid token", true, valid, DecisionCase::token, 200, "ResponseMessage completed successfully", 200, "Bearer tok", 0, 0},
       {"refresh", true, refreshable, DecisionCase::token, 200, "ResponseMessage completed successfully", 200, "Bearer renewed-token", 1, 0},
       {"refresh api error", true, refreshable, DecisionCase::apiError, -23005, "invalid_grant", -27003, std::nullopt, 1, 0},
       {"refresh other error", true, refreshable, DecisionCase::otherError, -28001, "network down", -27003, std::nullopt, 1, 0},
-      {"refresh nothing", true, refreshable, DecisionCase::nothing, -28002, kName + " - Unknown error occurred", 200, "Bearer tok", 1, 0},
+      {"refresh nothing", true, refreshable, DecisionCase::nothing, -28002, kName + " - Unknown error occurred", -27003, std::nullopt, 1, 0},
       {"captive", true, captive, DecisionCase::token, 200, "ResponseMessage completed successfully", 200, "Bearer renewed-token", 0, 1},
       {"captive api error", true, captive, DecisionCase::apiError, -23005, "invalid_grant", -27003, std::nullopt, 0, 1},
       {"captive other error", true, captive, DecisionCase::otherError, -28003, "network down", -27003, std::nullopt, 0, 1},
-      {"captive nothing", true, captive, DecisionCase::nothing, -28004, kName + " - Unknown error occurred", 200, "Bearer tok", 0, 1},
+      {"captive nothing", true, captive, DecisionCase::nothing, -28004, kName + " - Unknown error occurred", -27003, std::nullopt, 0, 1},
       {"no way to a token", true, none, DecisionCase::token, -28005, kName + " - Unauthorized token exception occurred", 200, "Bearer tok", 0, 0},
       {"no login layer", false, none, DecisionCase::token, -28005, kName + " - Unauthorized token exception occurred", 200, std::nullopt, 0, 0},
   };

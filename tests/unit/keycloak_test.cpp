@@ -92,15 +92,23 @@ class KeycloakTest : public ::testing::Test {
     return facade->keycloakManager();
   }
 
-  /// Runs a manager flow whose completion (with the fake transport) fires before it returns.
+  /// Runs a manager flow; with the fake transport its completion is queued on the main queue by
+  /// the time the flow returns, and reaches the test only there.
   std::pair<std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>> run(
       const std::function<void(KeycloakManager::TokenCompletion)>& flow) {
+    return run(flow, *fakes.queue);
+  }
+  std::pair<std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>> run(
+      const std::function<void(KeycloakManager::TokenCompletion)>& flow, ManualQueue& queue) {
     std::pair<std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>> result;
     int calls = 0;
     flow([&](auto token, auto error) {
+      EXPECT_TRUE(queue.isCurrent());
       ++calls;
       result = {token, error};
     });
+    EXPECT_EQ(calls, 0);
+    queue.drain();
     EXPECT_EQ(calls, 1);
     return result;
   }
@@ -263,7 +271,7 @@ TEST_F(KeycloakTest, FlowErrorsCarryTheirCodesAndKeepTheToken) {
     Orvane::setupSDK(*facade->environment, local.platform());
     auto f = Orvane::make(local.platform());
     f->setupKeycloak(params);
-    auto result = run([&](auto done) { c.flow(*f->keycloakManager(), done); });
+    auto result = run([&](auto done) { c.flow(*f->keycloakManager(), done); }, *local.queue);
     ASSERT_TRUE(result.second);
     EXPECT_EQ(result.second->code, c.code);
     EXPECT_EQ(result.second->domain, c.domain);

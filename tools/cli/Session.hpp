@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include <velora/core/Orvane.hpp>
+#include <velora/velora.hpp>
 
 #include "Command.hpp"
 

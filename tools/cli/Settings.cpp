@@ -5,7 +5,7 @@
 #include <charconv>
 #include <optional>
 
-#include <velora/core/Orvane.hpp>
+#include <velora/velora.hpp>
 #include <velora/platform/Platform.hpp>
 
 #include "Secrets.hpp"

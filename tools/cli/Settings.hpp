@@ -16,7 +16,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include <velora/core/Orvane.hpp>
+#include <velora/velora.hpp>
 
 namespace velora::cli {
 
