@@ -99,7 +99,7 @@ class KeycloakTest : public ::testing::Test {
     return run(flow, *fakes.queue);
   }
   std::pair<std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>> run(
-      const std::function<void(KeycloakManager::TokenCompletion)>& flow, ManualQueue& queue) {
+      const std::function<void(KeycloakManager::TokenCompletion)>& flow, testing::ManualQueue& queue) {
     std::pair<std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>> result;
     int calls = 0;
     flow([&](auto token, auto error) {
