@@ -52,6 +52,63 @@ class FollowingBrowser : public BrowserAuthSession {
   std::shared_ptr<HttpTransport> transport_;
 };
 
+/// A keychain that remembers the threads that wrote it.
+class ThreadRecordingStore : public testing::MemorySecureStore {
+ public:
+  int add(const std::optional<std::string>& service, const std::string& account, const Bytes& data) override {
+    record();
+    return MemorySecureStore::add(service, account, data);
+  }
+  int update(const std::optional<std::string>& service, const std::string& account, const Bytes& data) override {
+    record();
+    return MemorySecureStore::update(service, account, data);
+  }
+  int remove(const std::optional<std::string>& service, const std::string& account) override {
+    record();
+    return MemorySecureStore::remove(service, account);
+  }
+  std::vector<std::thread::id> writers() {
+    std::lock_guard lock(mutex_);
+    return writers_;
+  }
+
+ private:
+  void record() {
+    std::lock_guard lock(mutex_);
+    writers_.push_back(std::this_thread::get_id());
+  }
+  std::mutex mutex_;
+  std::vector<std::thread::id> writers_;
+};
+
+/// A transport that learns the thread its deliveries come from (the I/O thread).
+class IoThreadProbe : public HttpTransport {
+ public:
+  explicit IoThreadProbe(std::shared_ptr<HttpTransport> inner) : inner_(std::move(inner)) {}
+  std::shared_ptr<HttpCall> start(HttpRequest request, std::shared_ptr<HttpDelegate> delegate) override {
+    struct Probe : HttpDelegate {
+      std::shared_ptr<HttpDelegate> inner;
+      std::atomic<std::thread::id>* io;
+      bool willRedirect(HttpRequest& next, const HttpResponseHead& head) override { return inner->willRedirect(next, head); }
+      void didReceiveResponse(const HttpResponseHead& head) override { inner->didReceiveResponse(head); }
+      void didReceiveData(std::string_view chunk) override { inner->didReceiveData(chunk); }
+      void didComplete(std::optional<TransportError> error) override {
+        io->store(std::this_thread::get_id());
+        inner->didComplete(std::move(error));
+      }
+    };
+    auto probe = std::make_shared<Probe>();
+    probe->inner = std::move(delegate);
+    probe->io = &io_;
+    return inner_->start(std::move(request), probe);
+  }
+  std::thread::id ioThread() const { return io_.load(); }
+
+ private:
+  std::shared_ptr<HttpTransport> inner_;
+  std::atomic<std::thread::id> io_;
+};
+
 class AuthOverHttp : public ::testing::Test {
  protected:
   std::string tokenPath() const { return "/realms/" + std::string(demo::kRealm) + "/protocol/openid-connect/token"; }
@@ -244,5 +301,59 @@ TEST_F(AuthOverHttp, LoopbackBrowserHandsBackTheRedirect) {
   EXPECT_EQ(answered.response->head.status, 200);
   EXPECT_EQ(callback.get_future().get(), hit.url);
 }
+TEST_F(AuthOverHttp, CompletionsReachTheMainQueueOnceAndKeychainWritesStayOffTheIoThread) {
+  auto probe = std::make_shared<IoThreadProbe>(transport_);
+  transport_ = probe;
+  auto store = std::make_shared<ThreadRecordingStore>();
+  auto f = facade(KeycloakLoginMode::BACKGROUND, store);
+  std::promise<std::thread::id> main;
+  queue_->post([&] { main.set_value(std::this_thread::get_id()); });
+  const auto mainThread = main.get_future().get();
+
+  using Answered = std::function<void(std::int64_t code)>;
+  auto token = [](Answered done) {
+    return [done](std::optional<KeyCloakAuthResponse> t, std::optional<PlatformError> e) { done(t && !e ? 200 : e->code); };
+  };
+  auto message = [](Answered done) { return [done](const ResponseMessage& m) { done(m.code); }; };
+  struct Step {
+    const char* name;
+    std::function<void(Orvane&, Answered)> run;
+  };
+  const Step steps[] = {
+      {"guest login", [&](Orvane& o, Answered d) { o.keycloakGuestLogin(token(d)); }},
+      {"check", [&](Orvane& o, Answered d) { o.checkConnection(message(d)); }},
+      {"configuration", [&](Orvane& o, Answered d) { o.getConfiguration(std::nullopt, message(d)); }},
+      {"qr code", [&](Orvane& o, Answered d) {
+         o.getLoginParameters(demo::kLoginCode, [d](std::optional<ResponseMessage> m) { d(m ? m->code : -1); });
+       }},
+      {"background login", [&](Orvane& o, Answered d) { o.backgroundLogin(std::nullopt, std::nullopt, -1, token(d)); }},
+      {"captive renewal", [&](Orvane& o, Answered d) { o.captiveReauth(token(d)); }},
+      {"resource", [&](Orvane& o, Answered d) { o.fetchResource("/api/v1/public/image/logo.png", message(d)); }},
+      {"image", [&](Orvane& o, Answered d) {
+         o.downloadSdkImage("/api/v1/public/image/logo.png", true, [d](auto image, auto e) { d(image ? 200 : e->code); });
+       }},
+      {"logout", [&](Orvane& o, Answered d) { o.logout(std::nullopt, [d](std::optional<PlatformError> e) { d(e ? e->code : 200); }); }},
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.name);
+    std::atomic<int> answers{0};
+    std::promise<std::int64_t> first;
+    step.run(*f, [&](std::int64_t code) {
+      EXPECT_EQ(std::this_thread::get_id(), mainThread);
+      if (++answers == 1) first.set_value(code);
+    });
+    auto future = first.get_future();
+    ASSERT_EQ(future.wait_for(20s), std::future_status::ready);
+    EXPECT_EQ(future.get(), 200);
+    std::promise<void> drained;  // a second answer would be queued before this
+    queue_->post([&] { drained.set_value(); });
+    drained.get_future().wait();
+    EXPECT_EQ(answers.load(), 1);
+  }
+  const auto writers = store->writers();
+  EXPECT_GE(writers.size(), 4u);  // two logins, the QR credentials, the logout
+  for (const auto& writer : writers) EXPECT_NE(writer, probe->ioThread());
+}
+
 }  // namespace
 }  // namespace velora

@@ -36,6 +36,7 @@ class PipelineOverHttp : public ::testing::Test {
     Platform p;
     p.transport = transport_;
     p.mainQueue = queue_;
+    p.executor = executor_;
     p.defaults = std::make_shared<MemoryStore>();
     p.host = std::make_shared<StaticHostInfo>("it.app");
     p.clock = std::make_shared<SystemClock>();
@@ -79,9 +80,20 @@ class PipelineOverHttp : public ::testing::Test {
     }
   }
 
+  /// The library's pool, counting what it is asked to run.
+  struct CountingExecutor : Executor {
+    std::shared_ptr<Executor> pool = makeThreadPool();
+    std::atomic<int> posts{0};
+    void post(std::function<void()> work) override {
+      ++posts;
+      pool->post(std::move(work));
+    }
+  };
+
   sandbox::Sandbox sandbox_;
   std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
   std::shared_ptr<ThreadQueue> queue_ = std::make_shared<ThreadQueue>();
+  std::shared_ptr<CountingExecutor> executor_ = std::make_shared<CountingExecutor>();
 };
 
 TEST_F(PipelineOverHttp, StatusRulesInBothForms) {
@@ -169,6 +181,27 @@ TEST_F(PipelineOverHttp, EveryCallbackFiresOnceOnTheMainQueue) {
   drained.get_future().wait();
   EXPECT_EQ(offQueue, 0);
   EXPECT_EQ(std::count(calls.begin(), calls.end(), 1), kRequests);
+}
+
+TEST_F(PipelineOverHttp, AnAwaitedReplyComesBackToTheThreadThatWaitsForIt) {
+  auto f = facade(sandbox_.baseUrl());
+  // get(): the blocked caller decodes its own reply; the library's pool is not involved.
+  EXPECT_EQ(f->checkConnection().get().code, 200);
+  EXPECT_EQ(executor_->posts.load(), 0);
+
+  // A coroutine on the main queue carries on on the main queue after each wait.
+  std::promise<std::pair<bool, std::int64_t>> resumed;
+  queue_->post([&] {
+    detachTask([](Orvane& f, MainQueue& queue, std::promise<std::pair<bool, std::int64_t>>& out) -> Task<void> {
+      auto checking = f.checkConnection();
+      ResponseMessage reply = co_await std::move(checking);
+      out.set_value({queue.isCurrent(), reply.code});
+    }(*f, *queue_, resumed));
+  });
+  auto future = resumed.get_future();
+  ASSERT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(future.get(), std::make_pair(true, std::int64_t{200}));
+  EXPECT_EQ(executor_->posts.load(), 0);
 }
 
 TEST_F(PipelineOverHttp, AwaitedRequestsNeverExceedTheSemaphorePermits) {

@@ -1,0 +1,54 @@
+// Where work runs: nothing waits on a thread for the library, and a wait that could never end
+// stops with a message instead.
+
+#include <gtest/gtest.h>
+
+#include <velora/velora.hpp>
+
+#include "Fakes.hpp"
+
+namespace velora {
+namespace {
+
+using testing::FakePlatform;
+
+TEST(Threading, GetOnTheMainQueuesOwnThreadStopsWithAMessage) {
+  EXPECT_DEATH(
+      {
+        FakePlatform fakes;
+        auto facade = testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test", 30), true);
+        fakes.queue->post([&] { (void)facade->checkConnection().get(); });
+        fakes.queue->drain();
+      },
+      "Task::get\\(\\) was called on the main queue's thread");
+}
+
+TEST(Threading, SettingAControlWithoutATokenSendsOnceAndReturnsAtOnce) {
+  FakePlatform fakes;
+  auto facade = testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test", 30), false);
+  // A transport that holds every request until the test answers it: the assignment must come
+  // back while its request is still out.
+  auto held = std::make_shared<testing::SteppedTransport>();
+  auto platform = fakes.platform();
+  platform.transport = held;
+  auto sending = Orvane::make(platform);
+  auto control = std::make_shared<ItemControl>(
+      decodeJSON<ItemControl>(R"({"name":"Power","type":"CTRL_TOGGLE","currentValue":{"id":101,"value":"off"}})"));
+  control->bind(sending);
+
+  control->setCurrentValue({101, "on"});
+  ASSERT_EQ(held->started.size(), 1u);
+  const HttpRequest& request = held->started[0]->request;
+  EXPECT_EQ(request.url, "http://platform.test/api/v1/item/set");
+  EXPECT_FALSE(request.headers.contains("Authorization"));
+  EXPECT_EQ(AnyCodable::parse(request.body), AnyCodable::parse(R"({"id":101,"value":"on"})"));
+  EXPECT_EQ(fakes.consoleLines.back(), R"(setControllableItem({"id":101,"value":"on"}))");
+
+  held->last().didReceiveResponse({200, {}, request.url});
+  held->last().didReceiveData(R"({"id":101,"value":"on"})");
+  held->last().didComplete(std::nullopt);
+  EXPECT_EQ(held->started.size(), 1u);
+}
+
+}  // namespace
+}  // namespace velora
