@@ -198,30 +198,6 @@ TEST_F(AuthOverHttp, WrongPasswordIsTheServersRefusal) {
   EXPECT_EQ(f->authStatus(), AuthenticationStatus::notAuthenticated);
 }
 
-TEST_F(AuthOverHttp, ExpiredAccessTokenIsRefreshedOnceAndTheRequestResent) {
-  auto f = facade(KeycloakLoginMode::GUEST);
-  f->keycloakGuestLogin().get();
-  for (bool awaited : {false, true}) {
-    SCOPED_TRACE(awaited ? "awaited" : "callback");
-    const std::string before = *f->keycloakManager()->currentTokenPayload()->access_token;
-    clock_->now_ += 300s;  // access token expired on the client, refresh token alive
-    sandbox_.clearRecordedRequests();
-    if (awaited) {
-      f->getConfiguration(std::nullopt).get();
-    } else {
-      EXPECT_EQ(callbackConfiguration(*f).code, 200);
-    }
-    const auto grants = sandbox_.requests(tokenPath());
-    ASSERT_EQ(grants.size(), 1u);
-    EXPECT_NE(grants[0].body.find("grant_type=refresh_token"), std::string::npos);
-    const auto sent = sandbox_.requests("/api/v1/device/ios/conf");
-    ASSERT_EQ(sent.size(), 1u);
-    const std::string after = *f->keycloakManager()->currentTokenPayload()->access_token;
-    EXPECT_NE(after, before);
-    EXPECT_EQ(sent[0].headers.find("authorization")->second, "Bearer " + after);
-  }
-}
-
 TEST_F(AuthOverHttp, ExpiredRefreshTokenTriggersCaptiveRenewalInTheConfiguredMode) {
   struct Case {
     KeycloakLoginMode mode;

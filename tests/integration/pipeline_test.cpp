@@ -144,18 +144,6 @@ TEST_F(PipelineOverHttp, TransportFailuresBecomeCodesAndMessages) {
   EXPECT_EQ(m.message->rfind("The request timed out.", 0), 0u) << *m.message;
 }
 
-TEST_F(PipelineOverHttp, RedirectKeepsTheSessionHeaders) {
-  auto f = facade(sandbox_.baseUrl());
-  for (const char* code : {"301", "302", "307", "308"}) {
-    auto echo = f->resumeAsyncSession<AnyCodable>(*f->makeRequest(std::string("/test/redirect?code=") + code + "&to=/test/echo")).get();
-    const auto* headers = echo.find("headers");
-    ASSERT_TRUE(headers) << code;
-    EXPECT_EQ(*echo.find("path")->as<std::string>(), "/test/echo");
-    EXPECT_EQ(*headers->find("authorization")->as<std::string>(), "Bearer " + *f->accessToken()) << code;
-    EXPECT_EQ(*headers->find("uuid")->as<std::string>(), f->envUUID) << code;
-  }
-}
-
 TEST_F(PipelineOverHttp, EveryCallbackFiresOnceOnTheMainQueue) {
   auto f = facade(sandbox_.baseUrl());
   constexpr int kRequests = 200;

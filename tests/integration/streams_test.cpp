@@ -98,14 +98,6 @@ TEST_F(StreamsOverHttp, EventsThenACleanEndIsNotToBeRetried) {
   EXPECT_EQ(completions_[0].error, std::nullopt);
 }
 
-TEST_F(StreamsOverHttp, RedirectKeepsTheBearerHeader) {
-  auto s = source("/test/redirect?to=%2Ftest%2Fstream%3Fevents%3D1%26close%3D1", {{"Authorization", "Bearer abc"}});
-  s->connect();
-  ASSERT_TRUE(runUntil([&] { return !completions_.empty(); }));
-  ASSERT_EQ(seen_.size(), 2u);
-  EXPECT_EQ(*AnyCodable::parse(seen_[1]).find("authorization")->as<std::string>(), "Bearer abc");
-}
-
 TEST_F(StreamsOverHttp, RefusedAndCutStreamsAreReportedAsTheyEnd) {
   struct Case {
     const char* name;

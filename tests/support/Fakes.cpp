@@ -69,6 +69,7 @@ void ManualQueue::advance(std::chrono::milliseconds by) {
 }
 
 RenewalResult FakeRenewer::renew(int& counter) {
+  std::lock_guard lock(mutex_);
   ++counter;
   if (outcome.gotToken) {
     token = renewedToken;

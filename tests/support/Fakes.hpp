@@ -93,13 +93,20 @@ class FakeRenewer : public SessionRenewer {
   int refreshes = 0;
   int captives = 0;
 
-  TokenState tokenState() const override { return state; }
-  std::optional<std::string> accessToken() const override { return token; }
+  TokenState tokenState() const override {
+    std::lock_guard lock(mutex_);
+    return state;
+  }
+  std::optional<std::string> accessToken() const override {
+    std::lock_guard lock(mutex_);
+    return token;
+  }
   void refresh(Completion completion) override { completion(renew(refreshes)); }
   void captiveReauth(Completion completion) override { completion(renew(captives)); }
 
  private:
   RenewalResult renew(int& counter);
+  mutable std::mutex mutex_;  // renewals and token reads may come from many threads
 };
 
 /// Runs posted work at once on the posting thread: with the synchronous fake transport, a whole

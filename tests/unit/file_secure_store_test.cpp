@@ -118,7 +118,7 @@ TEST_F(FileSecureStoreTest, AnyTextNamesAnItem) {
 }
 
 // Store instances share no lock, like separate processes: only the file system decides.
-TEST_F(FileSecureStoreTest, ConcurrentAddsHaveOneWinner) {
+TEST_F(FileSecureStoreTest, StressConcurrentAddsHaveOneWinner) {
   constexpr int kWriters = 4;
   std::vector<std::shared_ptr<SecureStore>> stores;
   for (int i = 0; i < kWriters; ++i) stores.push_back(makeFileSecureStore(folder_));
@@ -147,7 +147,7 @@ TEST_F(FileSecureStoreTest, ConcurrentAddsHaveOneWinner) {
 Bytes generation(std::uint8_t n) { return Bytes(256 * 1024 + n, n); }
 bool isWhole(const Bytes& value) { return !value.empty() && value == generation(value[0]); }
 
-TEST_F(FileSecureStoreTest, WriterKilledMidWriteLeavesAWholeItem) {
+TEST_F(FileSecureStoreTest, StressWriterKilledMidWriteLeavesAWholeItem) {
   auto store = makeFileSecureStore(folder_);
   ASSERT_EQ(store->add("svc", "big", generation(0)), kSuccess);
   std::mt19937 random(std::random_device{}());

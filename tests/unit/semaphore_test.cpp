@@ -104,7 +104,7 @@ TEST(AsyncSemaphore, CancelledDuringTheWaitThrowsAndGivesItsClaimBack) {
   EXPECT_FALSE(semaphore.signal());
 }
 
-TEST(AsyncSemaphore, ExclusiveSectionHoldsUnderContentionAndCancellation) {
+TEST(AsyncSemaphore, StressExclusiveSectionHoldsUnderContentionAndCancellation) {
   AsyncSemaphore semaphore(1);
   std::atomic<int> inside{0}, maxInside{0}, done{0}, cancelled{0};
   constexpr int kThreads = 4, kPerThread = 200;

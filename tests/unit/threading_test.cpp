@@ -50,5 +50,32 @@ TEST(Threading, SettingAControlWithoutATokenSendsOnceAndReturnsAtOnce) {
   EXPECT_EQ(held->started.size(), 1u);
 }
 
+TEST(Threading, StressManyThreadsMeetingAnExpiredSessionShareRenewalsAndEachGetOneAnswer) {
+  FakePlatform fakes;
+  auto facade = testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test", 30), false);
+  fakes.transport->responder = [](const HttpRequest&) { return testing::FakeTransport::Reply{200, R"({"code":0})"}; };
+  auto renewer = std::make_shared<testing::FakeRenewer>();
+  renewer->state = {false, true, true};  // access token expired, refresh token alive
+  facade->setSessionRenewer(renewer);
+  constexpr int kThreads = 8, kEach = 50;
+  std::atomic<int> answers{0};
+  {
+    std::vector<std::jthread> callers;
+    for (int t = 0; t < kThreads; ++t) {
+      callers.emplace_back([&] {
+        for (int i = 0; i < kEach; ++i) facade->checkConnection([&](const ResponseMessage& m) {
+          EXPECT_EQ(m.code, 200);
+          ++answers;
+        });
+      });
+    }
+  }
+  fakes.queue->drain();
+  EXPECT_EQ(answers.load(), kThreads * kEach);
+  // Requests that met the renewal waited for it and then found the new token in force.
+  EXPECT_EQ(renewer->refreshes, 1);
+  EXPECT_EQ(fakes.transport->requests().size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
 }  // namespace
 }  // namespace velora
