@@ -2,9 +2,8 @@
 
 #include <cstdio>
 
-#include "Realm.hpp"
 #include "DemoData.hpp"
-#include "velora_sandbox/Sandbox.hpp"
+#include "Realm.hpp"
 
 namespace velora::sandbox::detail {
 namespace {

@@ -17,6 +17,8 @@
 namespace velora::sandbox {
 
 /// The realm's built-in clients, users and QR login codes. Not secret: they exist only here.
+/// The QR codes, the demo tag and the light's ids name entries of the demo data files
+/// (sandbox/data: login-codes.json, building.json, equipment.json) and must agree with them.
 namespace demo {
 inline constexpr const char* kRealm = "velora";
 /// Public client: authorization code, password and refresh grants. Accepts the redirect URIs
