@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
+#include "DemoData.hpp"
 #include "Realm.hpp"
-#include "velora_sandbox/Sandbox.hpp"
 
 namespace velora::sandbox::detail {
 namespace {
@@ -46,7 +46,9 @@ std::string tagIdFor(const std::string& uuid) {
   return text;
 }
 
-void deviceConfiguration(const httplib::Request& req, httplib::Response& res) {
+void deviceConfiguration(Exchange& x) {
+  const httplib::Request& req = x.req;
+  httplib::Response& res = x.res;
   const json body = json::parse(req.body, nullptr, /*allow_exceptions=*/false);
   if (body.is_discarded()) {
     sendMessage(res, 400, "Request body is not valid JSON");
@@ -86,73 +88,70 @@ void deviceConfiguration(const httplib::Request& req, httplib::Response& res) {
 
 // QR codes that hand out a user's background-login credentials. An expiration of -1 never
 // expires; 0 lies in the past, which lets the demo show what an app does with stale ones.
-void scanLoginCode(const httplib::Request& req, httplib::Response& res) {
-  struct LoginCode {
-    std::string_view code;
-    const char* username;
-    const char* password;
-    int expiration;
-  };
-  static constexpr LoginCode kCodes[] = {
-      {demo::kLoginCode, demo::kUser, demo::kPassword, -1},
-      {demo::kAliceLoginCode, demo::kAliceUser, demo::kAlicePassword, -1},
-      {demo::kExpiredLoginCode, demo::kUser, demo::kPassword, 0},
-  };
-  const std::string code = req.get_param_value("code");
-  for (const auto& entry : kCodes) {
+void scanLoginCode(Exchange& x) {
+  const std::string code = x.req.get_param_value("code");
+  for (const auto& entry : x.services.data.loginCodes) {
     if (entry.code == code) {
-      sendJson(res, 200,
+      sendJson(x.res, 200,
                {{"username", entry.username},
-                {"password", entry.password},
+                {"password", std::string(demoPassword(entry.username))},
                 {"expiration", entry.expiration}});
       return;
     }
   }
-  sendMessage(res, 404, "Unknown login code");
+  sendMessage(x.res, 404, "Unknown login code");
 }
+
+void diagnosticCheck(Exchange& x) { sendMessage(x.res, 200, "Velora sandbox is up"); }
+
+void image(Exchange& x) { serveImage(x.res, x.match[1].str()); }
+
+void listItems(Exchange& x) {
+  const json body = parseObjectBody(x.req.body);
+  const json* filter = optionalMember(body, "filter", JsonKind::object, "filter");
+  sendJson(x.res, 200, x.services.equipment.list(filter ? parseItemFilter(*filter, "filter.") : ItemFilter{}));
+}
+
+void setItem(Exchange& x) {
+  const json body = parseObjectBody(x.req.body);
+  const json* id = optionalMember(body, "id", JsonKind::integer, "id");
+  if (id == nullptr) {
+    throw RequestError(400, "id is required");
+  }
+  const json* value = optionalMember(body, "value", JsonKind::string, "value");
+  StreamHub& hub = x.services.hub;
+  const ValueChange change =
+      x.services.equipment.set(id->get<int>(), value ? std::optional(value->get<std::string>()) : std::nullopt,
+                               [&hub](const ValueChange& c) { hub.publish(c); });
+  json stored = {{"id", change.valueId}};
+  if (change.value) {
+    stored["value"] = *change.value;
+  }
+  sendJson(x.res, 200, stored);
+}
+
+constexpr Route kPlatformRoutes[] = {
+    {"GET",  "/api/v1/public/diagnostic/check", diagnosticCheck},
+    {"POST", "/api/v1/device/ios/conf",         deviceConfiguration},
+    {"GET",  "/api/v1/public/image/([^/]+)",    image},
+    {"GET",  "/api/v1/image/([^/]+)",           image},
+    {"GET",  "/api/lgnm/v1/scan",               scanLoginCode},
+    {"POST", "/api/v1/item/list",               listItems},
+    {"POST", "/api/v1/item/set",                setItem},
+};
 
 }  // namespace
 
 // Like the platform's gateway, every route outside the public prefix checks the caller's token
 // before anything else, so a route added later is guarded unless it is deliberately public.
-void addPlatformRoute(Router& router, const Realm& realm, std::string method, const std::string& path,
-                      RouteHandler handler) {
-  if (path.starts_with(kPublicPrefix)) {
-    router.add(std::move(method), path, std::move(handler));
-    return;
+bool requireLiveToken(Exchange& x) {
+  if (x.req.path.starts_with(kPublicPrefix) || x.services.realm.isLiveAccessToken(bearerToken(x.req))) {
+    return true;
   }
-  router.add(std::move(method), path,
-             [&realm, handler = std::move(handler)](const httplib::Request& req,
-                                                    httplib::Response& res, const std::smatch& m) {
-               if (!realm.isLiveAccessToken(bearerToken(req))) {
-                 sendMessage(res, 401, "Unauthorized: a valid bearer token is required");
-                 return;
-               }
-               handler(req, res, m);
-             });
+  sendMessage(x.res, 401, kUnauthorizedMessage);
+  return false;
 }
 
-void addPlatformRoutes(Router& router, const Realm& realm) {
-  addPlatformRoute(router, realm, "GET", "/api/v1/public/diagnostic/check",
-                   [](const httplib::Request&, httplib::Response& res, const std::smatch&) {
-                     sendMessage(res, 200, "Velora sandbox is up");
-                   });
-  addPlatformRoute(router, realm, "POST", "/api/v1/device/ios/conf",
-                   [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-                     deviceConfiguration(req, res);
-                   });
-  addPlatformRoute(router, realm, "GET", "/api/v1/public/image/([^/]+)",
-                   [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
-                     serveImage(res, m[1].str());
-                   });
-  addPlatformRoute(router, realm, "GET", "/api/v1/image/([^/]+)",
-                   [](const httplib::Request&, httplib::Response& res, const std::smatch& m) {
-                     serveImage(res, m[1].str());
-                   });
-  addPlatformRoute(router, realm, "GET", "/api/lgnm/v1/scan",
-                   [](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-                     scanLoginCode(req, res);
-                   });
-}
+RouteTable platformRoutes() { return kPlatformRoutes; }
 
 }  // namespace velora::sandbox::detail

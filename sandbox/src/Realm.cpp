@@ -77,6 +77,12 @@ bool isDemoUser(std::string_view username) {
                      [username](const DemoUser& user) { return user.name == username; });
 }
 
+std::string_view demoPassword(std::string_view username) {
+  const auto* it = std::find_if(std::begin(kUsers), std::end(kUsers),
+                                [username](const DemoUser& user) { return user.name == username; });
+  return it == std::end(kUsers) ? std::string_view() : it->password;
+}
+
 bool checkDemoPassword(std::string_view username, std::string_view password) {
   return std::any_of(std::begin(kUsers), std::end(kUsers), [&](const DemoUser& user) {
     return user.name == username && user.password == password;

@@ -25,6 +25,8 @@ struct DemoClient {
 /// nullptr when the realm has no such client.
 const DemoClient* findDemoClient(std::string_view id);
 bool isDemoUser(std::string_view username);
+/// The demo user's password; empty for a user the realm does not know.
+std::string_view demoPassword(std::string_view username);
 bool checkDemoPassword(std::string_view username, std::string_view password);
 /// Whether the login page may send its answer to `uri` for `client`.
 bool acceptsRedirect(const DemoClient& client, std::string_view uri);

@@ -104,7 +104,10 @@ LoginRequest loginRequest(const FormFields& fields) {
           formValue(fields, "redirect_uri").value_or(""), formValue(fields, "state")};
 }
 
-void authorizationPage(const httplib::Request& req, httplib::Response& res, Realm& realm) {
+void authorizationPage(Exchange& x) {
+  const httplib::Request& req = x.req;
+  httplib::Response& res = x.res;
+  Realm& realm = x.services.realm;
   const FormFields query = queryFields(req);
   const LoginRequest login = loginRequest(query);
   const std::optional<std::string> responseType = formValue(query, "response_type");
@@ -125,7 +128,10 @@ void authorizationPage(const httplib::Request& req, httplib::Response& res, Real
   sendLoginForm(res, realm, login, "", "");
 }
 
-void authenticate(const httplib::Request& req, httplib::Response& res, Realm& realm) {
+void authenticate(Exchange& x) {
+  const httplib::Request& req = x.req;
+  httplib::Response& res = x.res;
+  Realm& realm = x.services.realm;
   const FormFields form = formBody(req);
   const LoginRequest login = loginRequest(form);
   if (const auto error = loginRequestError(login)) {
@@ -140,7 +146,10 @@ void authenticate(const httplib::Request& req, httplib::Response& res, Realm& re
   redirectWithCode(res, realm, login, username);
 }
 
-void logout(const httplib::Request& req, httplib::Response& res, Realm& realm) {
+void logout(Exchange& x) {
+  const httplib::Request& req = x.req;
+  httplib::Response& res = x.res;
+  Realm& realm = x.services.realm;
   const FormFields query = queryFields(req);
   const std::string clientId = formValue(query, "client_id").value_or("");
   const std::optional<std::string> redirectUri = formValue(query, "post_logout_redirect_uri");
@@ -168,48 +177,36 @@ void logout(const httplib::Request& req, httplib::Response& res, Realm& realm) {
   sendPage(res, 200, "Logging out", "<h1>You are logged out</h1>\n");
 }
 
+void discovery(Exchange& x) { sendJson(x.res, 200, discoveryDocument(x.services.realm.url())); }
+
+void token(Exchange& x) {
+  const TokenReply reply = x.services.realm.token(formBody(x.req));
+  x.res.set_header("Cache-Control", "no-store");
+  x.res.set_header("Pragma", "no-cache");
+  sendJson(x.res, reply.status, reply.body);
+}
+
+// Anything else under /realms/: the realm's own 404 for another realm's name.
+void otherRealmPath(Exchange& x) {
+  if (x.match[1].str() != x.services.realm.name()) {
+    sendJson(x.res, 404, {{"error", "Realm does not exist"}});
+    return;
+  }
+  sendMessage(x.res, 404, "No route for " + x.req.method + " " + x.req.path);
+}
+
+// "{realm}" stands for the realm's name, escaped when the table is installed.
+constexpr Route kRealmRoutes[] = {
+    {"GET",  "/realms/{realm}/\\.well-known/openid-configuration", discovery},
+    {"GET",  "/realms/{realm}/protocol/openid-connect/auth",        authorizationPage},
+    {"POST", "/realms/{realm}/login-actions/authenticate",          authenticate},
+    {"POST", "/realms/{realm}/protocol/openid-connect/token",       token},
+    {"GET",  "/realms/{realm}/protocol/openid-connect/logout",      logout},
+    {"",     "/realms/([^/]+)(/.*)?",                               otherRealmPath},
+};
+
 }  // namespace
 
-void addRealmRoutes(Router& router, Realm& realm) {
-  // Realm names are letters, digits, '.', '_' and '-'; only the dot means something in a regex.
-  std::string base = "/realms/";
-  for (const char c : realm.name()) {
-    base += c == '.' ? std::string("\\.") : std::string(1, c);
-  }
-  const std::string oidc = base + "/protocol/openid-connect";
-
-  router.add("GET", base + "/\\.well-known/openid-configuration",
-             [&realm](const httplib::Request&, httplib::Response& res, const std::smatch&) {
-               sendJson(res, 200, discoveryDocument(realm.url()));
-             });
-  router.add("GET", oidc + "/auth",
-             [&realm](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-               authorizationPage(req, res, realm);
-             });
-  router.add("POST", base + "/login-actions/authenticate",
-             [&realm](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-               authenticate(req, res, realm);
-             });
-  router.add("POST", oidc + "/token",
-             [&realm](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-               const TokenReply reply = realm.token(formBody(req));
-               res.set_header("Cache-Control", "no-store");
-               res.set_header("Pragma", "no-cache");
-               sendJson(res, reply.status, reply.body);
-             });
-  router.add("GET", oidc + "/logout",
-             [&realm](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-               logout(req, res, realm);
-             });
-  // Anything else under /realms/: the realm's own 404 for another realm's name.
-  router.add("", "/realms/([^/]+)(/.*)?",
-             [&realm](const httplib::Request& req, httplib::Response& res, const std::smatch& m) {
-               if (m[1].str() != realm.name()) {
-                 sendJson(res, 404, {{"error", "Realm does not exist"}});
-                 return;
-               }
-               sendMessage(res, 404, "No route for " + req.method + " " + req.path);
-             });
-}
+RouteTable realmRoutes() { return kRealmRoutes; }
 
 }  // namespace velora::sandbox::detail

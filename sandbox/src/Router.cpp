@@ -79,11 +79,20 @@ std::string withArticle(JsonKind kind) {
 
 }  // namespace
 
-void Router::add(std::string method, const std::string& pathPattern, RouteHandler handler) {
-  routes_.push_back(Route{std::move(method), std::regex(pathPattern), std::move(handler)});
+void Router::add(RouteTable table, RouteGuard guard, const Placeholders& placeholders) {
+  for (const Route& route : table) {
+    std::string pattern(route.pattern);
+    for (const auto& [name, value] : placeholders) {
+      const std::string marker = "{" + name + "}";
+      for (auto at = pattern.find(marker); at != std::string::npos; at = pattern.find(marker, at + value.size())) {
+        pattern.replace(at, marker.size(), value);
+      }
+    }
+    routes_.push_back(Entry{std::string(route.method), std::regex(pattern), route.handler, guard});
+  }
 }
 
-void Router::dispatch(const httplib::Request& req, httplib::Response& res) const {
+void Router::dispatch(const httplib::Request& req, httplib::Response& res, Services& services) const {
   for (const auto& route : routes_) {
     const bool methodMatches = route.method.empty() || route.method == req.method ||
                                (route.method == "GET" && req.method == "HEAD");
@@ -92,11 +101,25 @@ void Router::dispatch(const httplib::Request& req, httplib::Response& res) const
     }
     std::smatch match;
     if (std::regex_match(req.path, match, route.pattern)) {
-      route.handler(req, res, match);
+      Exchange exchange{req, res, match, services};
+      if (route.guard == nullptr || route.guard(exchange)) {
+        route.handler(exchange);
+      }
       return;
     }
   }
   sendMessage(res, 404, "No route for " + req.method + " " + req.path);
+}
+
+std::string regexEscape(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) {
+      escaped += '\\';
+    }
+    escaped += c;
+  }
+  return escaped;
 }
 
 void sendJson(httplib::Response& res, int status, const nlohmann::json& body) {

@@ -20,6 +20,7 @@
 #include <thread>
 #include <utility>
 
+#include "DemoData.hpp"
 #include "Realm.hpp"
 #include "SandboxInternal.hpp"
 
@@ -80,10 +81,13 @@ struct Sandbox::Impl {
   SandboxOptions options;
   httplib::Server server;
   std::atomic<bool> stopping{false};
-  // Before the router, whose routes refer to them.
+  // Before the router, whose routes work on them.
+  const detail::DemoData& data;
   detail::Realm realm;
   detail::Equipment equipment;
   detail::StreamHub hub{stopping};
+  detail::FaultSwitches faults{stopping};
+  detail::Services services{options, stopping, data, realm, equipment, hub, faults};
   detail::Router router;
   std::atomic<bool> listenerDone{false};
   std::thread listener;
@@ -97,7 +101,8 @@ struct Sandbox::Impl {
   std::atomic<std::size_t> inFlight{0};
   std::atomic<std::size_t> peakInFlight{0};
 
-  explicit Impl(SandboxOptions opts) : options(std::move(opts)), realm(realmSettings(options)) {}
+  explicit Impl(SandboxOptions opts)
+      : options(std::move(opts)), data(detail::demoData()), realm(realmSettings(options)), equipment(data.items) {}
 
   std::string url() const;
   void configure();
@@ -112,13 +117,11 @@ std::string Sandbox::Impl::url() const {
 }
 
 void Sandbox::Impl::configure() {
-  detail::addRealmRoutes(router, realm);
-  detail::addPlatformRoutes(router, realm);
-  detail::addEquipmentRoutes(router, realm, equipment, hub);
-  detail::addStreamRoutes(router, realm, equipment, hub, options);
+  router.add(detail::realmRoutes(), nullptr, {{"realm", detail::regexEscape(realm.name())}});
+  router.add(detail::platformRoutes(), detail::requireLiveToken);
+  router.add(detail::streamRoutes(), detail::requireLiveToken);
   if (options.testRoutes) {
-    detail::addTestRoutes(router, stopping);
-    detail::addTestStreamRoutes(router, hub);
+    router.add(detail::testRoutes());
   }
 
   const auto threads = static_cast<std::size_t>(options.threads);
@@ -215,12 +218,23 @@ void Sandbox::Impl::handle(const httplib::Request& req, httplib::Response& res) 
     std::atomic<std::size_t>& count;
     ~Leave() { --count; }
   } leave{inFlight};
+  // Before routing, so that a rule works for every route and for paths that have none.
+  const std::optional<FaultRule> fault = faults.take(req.method, req.path);
   try {
-    router.dispatch(req, res);
+    if (fault && fault->action == FaultAction::delay && !faults.pause(std::chrono::milliseconds(fault->delayMs))) {
+      detail::sendMessage(res, 503, "Velora sandbox is stopping");
+      return;
+    }
+    if (!fault || !detail::answerInstead(*fault, req, res)) {
+      router.dispatch(req, res, services);
+    }
   } catch (const detail::RequestError& e) {
     detail::sendMessage(res, e.status(), e.what());
   } catch (const std::exception& e) {
     detail::sendMessage(res, 500, std::string("Velora sandbox failed: ") + e.what());
+  }
+  if (fault) {
+    detail::reworkAnswer(*fault, res);
   }
 }
 
@@ -228,6 +242,7 @@ void Sandbox::Impl::stop() {
   const std::lock_guard lock(stopMutex);
   stopping = true;
   hub.wakeAll();
+  faults.wakeAll();
   if (!listener.joinable()) {
     return;
   }
@@ -311,5 +326,17 @@ std::size_t Sandbox::openStreamCount() const { return impl_->hub.openStreams(); 
 std::size_t Sandbox::streamsOpened() const { return impl_->hub.streamsOpened(); }
 
 void Sandbox::setStreamFaults(StreamFaults faults) { impl_->hub.setFaults(faults); }
+
+int Sandbox::addFault(FaultRule rule) {
+  try {
+    return impl_->faults.add({std::move(rule)}).front();
+  } catch (const std::invalid_argument& e) {
+    throw std::invalid_argument(std::string("velora-sandbox: fault rule: ") + e.what());
+  }
+}
+
+void Sandbox::clearFaults() { impl_->faults.clear(); }
+
+std::size_t Sandbox::faultHits(int id) const { return impl_->faults.hits(id); }
 
 }  // namespace velora::sandbox

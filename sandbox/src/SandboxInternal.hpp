@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -25,27 +26,66 @@
 namespace velora::sandbox::detail {
 
 class Realm;
+class Equipment;
+class StreamHub;
+class FaultSwitches;
+struct DemoData;
 
-/// A handler gets the captures of its path pattern; [1] is the first group.
-using RouteHandler =
-    std::function<void(const httplib::Request&, httplib::Response&, const std::smatch&)>;
+/// The sandbox's state that route handlers work on, shared by every request.
+struct Services {
+  const SandboxOptions& options;
+  const std::atomic<bool>& stopping;
+  const DemoData& data;
+  Realm& realm;
+  Equipment& equipment;
+  StreamHub& hub;
+  FaultSwitches& faults;
+};
+
+/// One request as a handler sees it; match[1] is the first group of the route's pattern.
+struct Exchange {
+  const httplib::Request& req;
+  httplib::Response& res;
+  const std::smatch& match;
+  Services& services;
+};
+
+using RouteHandler = void (*)(Exchange&);
+/// Runs before every handler of a route set; false when it has answered the request itself.
+using RouteGuard = bool (*)(Exchange&);
+
+/// One line of a routing table. `method` empty: any method; GET routes also answer HEAD.
+/// `pattern` is a regex that the whole path must match.
+struct Route {
+  std::string_view method;
+  std::string_view pattern;
+  RouteHandler handler;
+};
+using RouteTable = std::span<const Route>;
 
 /// The sandbox routes every request itself rather than through httplib's per-method tables:
 /// that way one route can answer any method and unknown paths get the platform's 404 body.
 class Router {
  public:
-  /// `method` empty: any method. GET routes also answer HEAD.
-  void add(std::string method, const std::string& pathPattern, RouteHandler handler);
-  void dispatch(const httplib::Request& req, httplib::Response& res) const;
+  /// Text put into patterns in place of a "{name}" placeholder, already a regex.
+  using Placeholders = std::vector<std::pair<std::string, std::string>>;
+
+  /// Appends a route set; the first route that matches a request answers it.
+  void add(RouteTable table, RouteGuard guard = nullptr, const Placeholders& placeholders = {});
+  void dispatch(const httplib::Request& req, httplib::Response& res, Services& services) const;
 
  private:
-  struct Route {
+  struct Entry {
     std::string method;
     std::regex pattern;
     RouteHandler handler;
+    RouteGuard guard;
   };
-  std::vector<Route> routes_;
+  std::vector<Entry> routes_;
 };
+
+/// `text` with every regex metacharacter escaped, for a literal inside a pattern.
+std::string regexEscape(std::string_view text);
 
 /// Serialises as UTF-8; bytes that are not valid UTF-8 (an echoed binary body) become U+FFFD
 /// instead of throwing from a worker thread.
@@ -138,7 +178,8 @@ ItemFilter parseItemFilter(const nlohmann::json& filter, const std::string& pref
 /// called from any handler thread.
 class Equipment {
  public:
-  Equipment();
+  /// `items`: the platform's item objects, checked when the demo data was loaded.
+  explicit Equipment(const nlohmann::json& items);
   /// The matching items as the platform's item JSON, in id order.
   nlohmann::json list(const ItemFilter& filter) const;
   /// Validates and stores a control's value, then hands the change to `publish` before another
@@ -205,22 +246,73 @@ class StreamHub {
   std::atomic<std::size_t> opened_{0};
 };
 
-/// Adds a platform route: outside /api/v1/public/ it answers 401 unless the request carries a
-/// live access token from `realm`.
-void addPlatformRoute(Router& router, const Realm& realm, std::string method, const std::string& path,
-                      RouteHandler handler);
-/// The platform's private routes accept only live access tokens from `realm`.
-void addPlatformRoutes(Router& router, const Realm& realm);
-/// POST /api/v1/item/list and /api/v1/item/set.
-void addEquipmentRoutes(Router& router, const Realm& realm, Equipment& equipment, StreamHub& hub);
-/// The platform's event streams.
-void addStreamRoutes(Router& router, const Realm& realm, const Equipment& equipment, StreamHub& hub,
-                     const SandboxOptions& options);
-/// GET /test/stream and POST /test/stream-faults.
-void addTestStreamRoutes(Router& router, StreamHub& hub);
-/// Discovery, login, token and logout endpoints under /realms/NAME.
-void addRealmRoutes(Router& router, Realm& realm);
-/// `stopping` lets delayed answers give up early so that stopping the server is not held up.
-void addTestRoutes(Router& router, const std::atomic<bool>& stopping);
+/// The platform's answer to a request without a live access token.
+inline constexpr const char* kUnauthorizedMessage = "Unauthorized: a valid bearer token is required";
+/// The platform's gateway check: outside /api/v1/public/ a request needs a live access token
+/// from the realm, or it gets 401.
+bool requireLiveToken(Exchange& x);
+
+// The route sets, each a table read top to bottom.
+/// Discovery, login, token and logout under /realms/{realm}.
+RouteTable realmRoutes();
+/// The platform's REST routes; installed behind requireLiveToken.
+RouteTable platformRoutes();
+/// The platform's event streams; installed behind requireLiveToken.
+RouteTable streamRoutes();
+/// The /test/... routes.
+RouteTable testRoutes();
+
+// Handlers that live beside the state they work on but are listed in the test route table.
+void testStream(Exchange& x);
+void setStreamFaultsRoute(Exchange& x);
+void listFaultsRoute(Exchange& x);
+void addFaultsRoute(Exchange& x);
+void clearFaultsRoute(Exchange& x);
+
+/// The fault rules and their hit counts. Every method may be called from any handler thread.
+class FaultSwitches {
+ public:
+  /// The route that sets the rules; never faulted, so that a rule matching every path can still
+  /// be cleared over HTTP.
+  static constexpr std::string_view kControlPath = "/test/faults";
+
+  explicit FaultSwitches(const std::atomic<bool>& stopping) : stopping_(stopping) {}
+
+  /// Checks every rule first and adds all or none; returns their ids. std::invalid_argument
+  /// naming what is wrong (with the rule's index when there are several).
+  std::vector<int> add(std::vector<FaultRule> rules);
+  void clear();
+  /// std::invalid_argument for an id no current rule has.
+  std::size_t hits(int id) const;
+  /// The rules as GET /test/faults lists them.
+  nlohmann::json list() const;
+  /// The first rule with requests left that matches, counted as applied; nullopt for none.
+  std::optional<FaultRule> take(const std::string& method, const std::string& path);
+  /// Waits `delay` unless the server stops first; false when it does. Holds no lock meanwhile.
+  bool pause(std::chrono::milliseconds delay) const;
+  /// Wakes delayed requests, for stopping the server.
+  void wakeAll();
+
+ private:
+  struct Stored {
+    int id;
+    FaultRule rule;
+    std::regex pattern;
+    std::size_t hits = 0;
+  };
+  const std::atomic<bool>& stopping_;
+  mutable std::mutex mutex_;
+  std::vector<Stored> rules_;
+  // Apart from mutex_, so that delayed requests never hold up the rule checks of others.
+  mutable std::mutex waitMutex_;
+  mutable std::condition_variable wake_;
+  int nextId_ = 1;
+};
+
+/// Answers for a rule that replaces the whole exchange (status, dropConnection); false for
+/// the others, which let the route answer first.
+bool answerInstead(const FaultRule& rule, const httplib::Request& req, httplib::Response& res);
+/// Reworks the route's answer for the body actions (malformedBody, truncatedBody, closeMidBody).
+void reworkAnswer(const FaultRule& rule, httplib::Response& res);
 
 }  // namespace velora::sandbox::detail

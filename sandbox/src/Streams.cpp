@@ -12,6 +12,7 @@
 #include <set>
 #include <utility>
 
+#include "DemoData.hpp"
 #include "SandboxInternal.hpp"
 
 namespace velora::sandbox::detail {
@@ -278,7 +279,7 @@ milliseconds configuredCheck(const json& body, const std::string& section) {
   return checkInterval(body, section, "checkTimeout");
 }
 
-StreamPlan itemPlan(const json& body, const Equipment& equipment) {
+StreamPlan itemPlan(const json& body, Services& services) {
   const json* filterBody = optionalMember(body, "filter", JsonKind::object, "filter");
   ItemFilter filter = filterBody ? parseItemFilter(*filterBody, "filter.") : ItemFilter{};
   if (const json* ids = optionalList(body, "itemIdList", JsonKind::integer, "itemIdList")) {
@@ -286,7 +287,7 @@ StreamPlan itemPlan(const json& body, const Equipment& equipment) {
   }
   StreamPlan plan;
   plan.check = configuredCheck(body, "sseConfig");
-  json items = equipment.list(filter);
+  json items = services.equipment.list(filter);
   std::set<int> streamed;
   for (const auto& item : items) {
     streamed.insert(item["id"].get<int>());
@@ -305,70 +306,70 @@ StreamPlan itemPlan(const json& body, const Equipment& equipment) {
   return plan;
 }
 
-std::vector<std::string> tagsOf(const json* list) {
+std::vector<std::string> tagsOf(const json* list, const DemoData& data) {
   if (list == nullptr || list->empty()) {
-    return {demo::kDemoTagId};
+    return data.defaultTags;
   }
   return list->get<std::vector<std::string>>();
 }
 
-// Tags walk round the edge of the demo floor, 40 by 20 metres, a metre per report; rooms 11 to
-// 14 split it along x.
-constexpr int kFloorWidth = 40;
-constexpr int kFloorDepth = 20;
-constexpr std::uint64_t kLap = 2 * (kFloorWidth + kFloorDepth);
-
-json tagPosition(const std::string& tag, std::uint64_t step) {
+// Tags walk round the edge of the first floor a metre per report.
+json tagPosition(const Floor& floor, const std::string& tag, std::uint64_t step) {
+  const int width = floor.width;
+  const int depth = floor.depth;
+  const auto lap = static_cast<std::uint64_t>(2 * (width + depth));
   // Each tag starts at a point of its own, so that several tags do not move as one.
-  const int s = static_cast<int>((fnv1a64(tag) % kLap + step) % kLap);
+  const int s = static_cast<int>((fnv1a64(tag) % lap + step) % lap);
   int x = 0;
   int y = 0;
-  if (s < kFloorWidth) {
+  if (s < width) {
     x = s;
-  } else if (s < kFloorWidth + kFloorDepth) {
-    x = kFloorWidth;
-    y = s - kFloorWidth;
-  } else if (s < 2 * kFloorWidth + kFloorDepth) {
-    x = kFloorWidth - (s - kFloorWidth - kFloorDepth);
-    y = kFloorDepth;
+  } else if (s < width + depth) {
+    x = width;
+    y = s - width;
+  } else if (s < 2 * width + depth) {
+    x = width - (s - width - depth);
+    y = depth;
   } else {
-    y = kFloorDepth - (s - 2 * kFloorWidth - kFloorDepth);
+    y = depth - (s - 2 * width - depth);
   }
   const auto sentAt =
       std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch()).count();
-  return {{"mapId", 1},          {"tagid", tag},  {"roomId", 11 + std::min(x / 10, 3)},
-          {"x", double(x)},      {"y", double(y)}, {"level", 1},
+  return {{"mapId", floor.mapId},  {"tagid", tag},  {"roomId", floor.roomAt(x).id},
+          {"x", double(x)},        {"y", double(y)}, {"level", floor.level},
           {"sentAt", sentAt}};
 }
 
-StreamPlan positionPlan(const json& body, milliseconds interval) {
+StreamPlan positionPlan(const json& body, Services& services) {
   const json* filter = optionalMember(body, "filter", JsonKind::object, "filter");
-  const auto tags = tagsOf(filter ? optionalList(*filter, "tagIdList", JsonKind::string, "filter.tagIdList") : nullptr);
-  const auto positions = [tags](std::uint64_t step) {
+  const auto tags = tagsOf(filter ? optionalList(*filter, "tagIdList", JsonKind::string, "filter.tagIdList") : nullptr,
+                           services.data);
+  const Floor& floor = services.data.floors.front();
+  const auto positions = [tags, &floor](std::uint64_t step) {
     json list = json::array();
     for (const auto& tag : tags) {
-      list.push_back(tagPosition(tag, step));
+      list.push_back(tagPosition(floor, tag, step));
     }
     return list;
   };
   StreamPlan plan;
   plan.check = configuredCheck(body, "update");
   plan.opening.push_back({"complete", positions(0)});
-  plan.firstTick = plan.tickInterval = interval;
+  plan.firstTick = plan.tickInterval = milliseconds(services.options.positionIntervalMs);
   plan.tick = [positions, step = std::uint64_t{0}]() mutable -> std::optional<Event> {
     return Event{"positions", positions(++step)};
   };
   return plan;
 }
 
-StreamPlan diagnosticPlan(const json& body, milliseconds interval) {
+StreamPlan diagnosticPlan(const json& body, Services& services) {
   const json* tracking = optionalMember(body, "tagTracking", JsonKind::object, "tagTracking");
   if (tracking == nullptr) {
     throw RequestError(400, "tagTracking is required");
   }
   const json* forget =
       optionalMember(*tracking, "forgetTagMillis", JsonKind::number, "tagTracking.forgetTagMillis");
-  const auto tags = tagsOf(optionalList(*tracking, "tags", JsonKind::string, "tagTracking.tags"));
+  const auto tags = tagsOf(optionalList(*tracking, "tags", JsonKind::string, "tagTracking.tags"), services.data);
   // Tags named "...-lost" stop being seen when the stream starts, so they are forgotten once
   // forgetTagMillis has passed.
   const auto lostAt =
@@ -384,7 +385,7 @@ StreamPlan diagnosticPlan(const json& body, milliseconds interval) {
   StreamPlan plan;
   plan.check = kDefaultCheck;
   plan.opening.push_back({"complete", {{"tagTracking", states()}}});
-  plan.firstTick = plan.tickInterval = interval;
+  plan.firstTick = plan.tickInterval = milliseconds(services.options.positionIntervalMs);
   plan.tick = [states]() -> std::optional<Event> { return Event{"tagTracking", states()}; };
   return plan;
 }
@@ -392,7 +393,7 @@ StreamPlan diagnosticPlan(const json& body, milliseconds interval) {
 // The event types the generic stream can send.
 const std::set<std::string> kGenericEventTypes = {"ITEM_VALUE_CHANGED"};
 
-StreamPlan genericPlan(const json& body) {
+StreamPlan genericPlan(const json& body, Services&) {
   const json* filter = optionalMember(body, "filter", JsonKind::object, "filter");
   std::set<std::string> subscribed = kGenericEventTypes;
   if (filter != nullptr) {
@@ -418,57 +419,6 @@ StreamPlan genericPlan(const json& body) {
   return plan;
 }
 
-json blurWidget(const std::string& id, const std::string& name, const std::string& mainValue,
-                const std::string& subValueText) {
-  return {{"type", "WIDGET_BLUR"}, {"componentId", id},        {"enabled", true},
-          {"name", name},          {"mainValue", mainValue},   {"subValueText", subValueText},
-          {"radius", 12}};
-}
-
-json homeWidgets() {
-  return json::array({
-      blurWidget("w-temp-1", "Temperature", "21.5 °C", "Meeting room"),
-      {{"type", "WIDGET_DOUBLE_VALUE"},
-       {"componentId", "w-desks-1"},
-       {"enabled", true},
-       {"name", "Free desks"},
-       {"value1", "3"},
-       {"value2", "12"},
-       {"radius", 12}},
-      {{"type", "BUTTON"},
-       {"componentId", "b1"},
-       {"enabled", true},
-       {"name", "Book a desk"},
-       {"buttonStyle", "PRIMARY_FILLED"}},
-      {{"type", "WIDGET_SECTION"},
-       {"componentId", "s1"},
-       {"enabled", true},
-       {"name", "Today"},
-       {"components", json::array({blurWidget("w-meetings-1", "Meetings", "2", "Next at 14:00")})}},
-      // A kind newer than any client: clients must keep it as it is.
-      {{"type", "WIDGET_FUTURE"}, {"componentId", "f1"}, {"enabled", true}, {"hologram", {{"depth", 3}}}},
-  });
-}
-
-std::string roomName(const std::string& roomId) {
-  static const std::map<std::string, std::string> kNames = {
-      {"11", "Meeting room"}, {"12", "Open space"}, {"13", "Kitchen"}, {"14", "Entrance hall"}};
-  const auto it = kNames.find(roomId);
-  return it == kNames.end() ? "Room " + roomId : it->second;
-}
-
-json roomWidgets(const std::string& roomId) {
-  const std::string prefix = "w-room-" + roomId;
-  return json::array({blurWidget(prefix + "-temp", "Temperature", "21.5 °C", roomName(roomId)),
-                      {{"type", "WIDGET_DOUBLE_VALUE"},
-                       {"componentId", prefix + "-occupancy"},
-                       {"enabled", true},
-                       {"name", "Occupancy"},
-                       {"value1", "4"},
-                       {"value2", "10"},
-                       {"radius", 12}}});
-}
-
 std::string celsius(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.1f °C", value);
@@ -479,7 +429,7 @@ std::string celsius(double value) {
 // start over with a widget of a new id.
 class WidgetScript {
  public:
-  explicit WidgetScript(std::string container) : container_(std::move(container)) {}
+  WidgetScript(std::string container, const LiveWidget& live) : container_(std::move(container)), live_(live) {}
 
   Event next() {
     const int cycle = step_ / 4;
@@ -489,13 +439,15 @@ class WidgetScript {
       return {"remove_all", {{"container", container_}}};
     }
     static constexpr const char* kNames[] = {"add", "update", "remove"};
-    const json widget = blurWidget(container_ + "-live-" + std::to_string(cycle + 1), "Live reading",
-                                   celsius(phase == 0 ? 20.0 : 20.5), "Sandbox sensor");
+    const json widget = fillTemplate(live_.widget, {{"container", container_},
+                                                    {"cycle", std::to_string(cycle + 1)},
+                                                    {"reading", celsius(live_.readings[phase == 0 ? 0 : 1])}});
     return {kNames[phase], {{"container", container_}, {"widgets", json::array({widget})}}};
   }
 
  private:
   std::string container_;
+  const LiveWidget& live_;
   int step_ = 0;
 };
 
@@ -517,48 +469,77 @@ std::string requiredText(const json& body, const std::string& key) {
   return value->get<std::string>();
 }
 
-StreamPlan containerPlan(const json& body, const std::string& container, json widgets, milliseconds interval) {
+StreamPlan containerPlan(const json& body, const std::string& container, json widgets, const Services& services) {
   StreamPlan plan;
   plan.check = checkInterval(body, "update", "checkTime");
   plan.opening.push_back({"subscription", {{"container", container}, {"widgets", std::move(widgets)}}});
-  plan.firstTick = plan.tickInterval = interval;
-  plan.tick = [script = WidgetScript(container)]() mutable -> std::optional<Event> { return script.next(); };
+  plan.firstTick = plan.tickInterval = milliseconds(services.options.widgetIntervalMs);
+  plan.tick = [script = WidgetScript(container, services.data.scriptedWidget)]() mutable -> std::optional<Event> {
+    return script.next();
+  };
   return plan;
 }
 
-StreamPlan widgetPlan(const json& body, milliseconds interval) {
+StreamPlan homePlan(const json& body, Services& services) {
+  checkWidgetBody(body);
+  return containerPlan(body, "home", services.data.homeWidgets, services);
+}
+
+StreamPlan roomPlan(const json& body, Services& services) {
+  checkWidgetBody(body);
+  const std::string roomId = requiredText(body, "roomId");
+  return containerPlan(body, "room-" + roomId,
+                       fillTemplate(services.data.roomWidgets, {{"roomId", roomId}, {"roomName", services.data.roomName(roomId)}}),
+                       services);
+}
+
+StreamPlan widgetPlan(const json& body, Services& services) {
+  checkWidgetBody(body);
   const std::string id = requiredText(body, "componentId");
   StreamPlan plan;
   plan.check = checkInterval(body, "update", "checkTime");
-  const auto widget = [id](int reading) {
-    return json::array({blurWidget(id, "Live value", celsius(20.0 + 0.5 * (reading % 10)), "Sandbox sensor")});
+  const LiveWidget& live = services.data.singleWidget;
+  const auto widget = [id, &live](std::size_t reading) {
+    return json::array({fillTemplate(live.widget, {{"componentId", id},
+                                                   {"reading", celsius(live.readings[reading % live.readings.size()])}})});
   };
   plan.opening.push_back({"subscription", {{"container", id}, {"widgets", widget(0)}}});
-  plan.firstTick = plan.tickInterval = interval;
-  plan.tick = [id, widget, reading = 0]() mutable -> std::optional<Event> {
+  plan.firstTick = plan.tickInterval = milliseconds(services.options.widgetIntervalMs);
+  plan.tick = [id, widget, reading = std::size_t{0}]() mutable -> std::optional<Event> {
     return Event{"update", {{"container", id}, {"widgets", widget(++reading)}}};
   };
   return plan;
 }
 
-using PlanMaker = std::function<StreamPlan(const json& body)>;
-
-void addStream(Router& router, const Realm& realm, StreamHub& hub, const std::string& path, PlanMaker makePlan) {
-  addPlatformRoute(router, realm, "POST", path,
-                   [&hub, makePlan = std::move(makePlan)](const httplib::Request& req, httplib::Response& res,
-                                                          const std::smatch&) {
-                     // Taken before the connect event is assembled: a change racing with it is
-                     // sent again rather than lost.
-                     const auto seen = hub.sequence();
-                     serveStream(req, res, hub, makePlan(parseObjectBody(req.body)), seen);
-                   });
+// The route handler of a stream whose events `makePlan` lays out from the request body.
+template <StreamPlan (*makePlan)(const json&, Services&)>
+void stream(Exchange& x) {
+  // Taken before the connect event is assembled: a change racing with it is sent again rather
+  // than lost.
+  const auto seen = x.services.hub.sequence();
+  serveStream(x.req, x.res, x.services.hub, makePlan(parseObjectBody(x.req.body), x.services), seen);
 }
+
+constexpr Route kStreamRoutes[] = {
+    {"POST", "/api/v1/item/listen",                           stream<itemPlan>},
+    {"POST", "/api/v1/realtime/sse/position/filtered",        stream<positionPlan>},
+    {"POST", "/api/v1/diagnostic/sse",                        stream<diagnosticPlan>},
+    {"POST", "/api/ssemanager/stream/events",                 stream<genericPlan>},
+    {"POST", "/api/v2/widget/card/stream/home/events",        stream<homePlan>},
+    {"POST", "/api/v2/widget/card/stream/widget/room/events", stream<roomPlan>},
+    {"POST", "/api/v2/widget/card/stream/widget/events",      stream<widgetPlan>},
+};
 
 bool parseFlag(const httplib::Request& req, const char* name, long long max, long long& out) {
   return !req.has_param(name) || parseInt(req.get_param_value(name), 0, max, out);
 }
 
-void testStream(const httplib::Request& req, httplib::Response& res, StreamHub& hub) {
+}  // namespace
+
+void testStream(Exchange& x) {
+  const httplib::Request& req = x.req;
+  httplib::Response& res = x.res;
+  StreamHub& hub = x.services.hub;
   long long events = 0;
   long long retry = 0;
   long long intervalMs = 0;
@@ -587,7 +568,10 @@ void testStream(const httplib::Request& req, httplib::Response& res, StreamHub& 
   serveStream(req, res, hub, std::move(plan), hub.sequence());
 }
 
-void setFaults(const httplib::Request& req, httplib::Response& res, StreamHub& hub) {
+void setStreamFaultsRoute(Exchange& x) {
+  const httplib::Request& req = x.req;
+  httplib::Response& res = x.res;
+  StreamHub& hub = x.services.hub;
   const json body = parseObjectBody(req.body);
   StreamFaults faults;
   const std::pair<std::string, int*> counts[] = {
@@ -618,42 +602,6 @@ void setFaults(const httplib::Request& req, httplib::Response& res, StreamHub& h
                                              (faults.remaining == 1 ? " stream" : " streams"));
 }
 
-}  // namespace
-
-void addStreamRoutes(Router& router, const Realm& realm, const Equipment& equipment, StreamHub& hub,
-                     const SandboxOptions& options) {
-  const milliseconds positionInterval(options.positionIntervalMs);
-  const milliseconds widgetInterval(options.widgetIntervalMs);
-  addStream(router, realm, hub, "/api/v1/item/listen",
-            [&equipment](const json& body) { return itemPlan(body, equipment); });
-  addStream(router, realm, hub, "/api/v1/realtime/sse/position/filtered",
-            [positionInterval](const json& body) { return positionPlan(body, positionInterval); });
-  addStream(router, realm, hub, "/api/v1/diagnostic/sse",
-            [positionInterval](const json& body) { return diagnosticPlan(body, positionInterval); });
-  addStream(router, realm, hub, "/api/ssemanager/stream/events", genericPlan);
-  addStream(router, realm, hub, "/api/v2/widget/card/stream/home/events", [widgetInterval](const json& body) {
-    checkWidgetBody(body);
-    return containerPlan(body, "home", homeWidgets(), widgetInterval);
-  });
-  addStream(router, realm, hub, "/api/v2/widget/card/stream/widget/room/events", [widgetInterval](const json& body) {
-    checkWidgetBody(body);
-    const std::string roomId = requiredText(body, "roomId");
-    return containerPlan(body, "room-" + roomId, roomWidgets(roomId), widgetInterval);
-  });
-  addStream(router, realm, hub, "/api/v2/widget/card/stream/widget/events", [widgetInterval](const json& body) {
-    checkWidgetBody(body);
-    return widgetPlan(body, widgetInterval);
-  });
-}
-
-void addTestStreamRoutes(Router& router, StreamHub& hub) {
-  router.add("GET", "/test/stream", [&hub](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-    testStream(req, res, hub);
-  });
-  router.add("POST", "/test/stream-faults",
-             [&hub](const httplib::Request& req, httplib::Response& res, const std::smatch&) {
-               setFaults(req, res, hub);
-             });
-}
+RouteTable streamRoutes() { return kStreamRoutes; }
 
 }  // namespace velora::sandbox::detail

@@ -177,11 +177,12 @@ TEST_F(CurlTransportTest, SendsMethodHeadersAndBodyAsGiven) {
 }
 
 TEST_F(CurlTransportTest, FailuresMapToPlatformErrors) {
+  sandbox.addFault({.path = "/dropped", .action = sandbox::FaultAction::dropConnection});
   const std::tuple<std::string, std::chrono::milliseconds, int, std::string> cases[] = {
       {"http://127.0.0.1:" + std::to_string(closedPort()) + "/", 0ms, transport_error::kCannotConnectToHost,
        "Could not connect to the server. ("},
       {url("/test/status/200?delay_ms=1000"), 200ms, transport_error::kTimedOut, "The request timed out."},
-      {url("/test/drop"), 0ms, transport_error::kNetworkConnectionLost, "The network connection was lost."},
+      {url("/dropped"), 0ms, transport_error::kNetworkConnectionLost, "The network connection was lost."},
       {"ftp://127.0.0.1:1/file", 0ms, transport_error::kUnsupportedURL, "unsupported URL"},
       {"http://[::1/", 0ms, transport_error::kBadURL, "bad URL"},
   };

@@ -3,8 +3,6 @@
 
 #include "velora_sandbox/Sandbox.hpp"
 
-#include "Fakes.hpp"
-
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
@@ -281,7 +279,7 @@ TEST(TestRoutes, AnswerTheRequestedStatusBodyTypeAndLocation) {
   }
 }
 
-TEST(TestRoutes, FollowChainsServeBytesDropConnectionsAndCanBeLeftOut) {
+TEST(TestRoutes, FollowChainsServeBytesAndCanBeLeftOut) {
   Sandbox sandbox;
   httplib::Client client(sandbox.baseUrl());
   client.set_follow_location(true);
@@ -298,10 +296,6 @@ TEST(TestRoutes, FollowChainsServeBytesDropConnectionsAndCanBeLeftOut) {
   ASSERT_TRUE(bytes);
   EXPECT_EQ(bytes->get_header_value("Content-Type"), "application/octet-stream");
   EXPECT_EQ(bytes->body, expected);
-
-  // Not even a status line: the client must see the connection end without a response.
-  EXPECT_EQ(velora::testing::rawExchange(sandbox.port(), "GET /test/drop HTTP/1.1\r\nHost: s\r\n\r\n"), "");
-  EXPECT_EQ(sandbox.requestCount("/test/drop"), 1u);
 
   SandboxOptions platformOnly;
   platformOnly.testRoutes = false;

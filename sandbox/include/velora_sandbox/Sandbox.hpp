@@ -17,6 +17,8 @@
 namespace velora::sandbox {
 
 /// The realm's built-in clients, users and QR login codes. Not secret: they exist only here.
+/// The QR codes, the demo tag and the light's ids name entries of the demo data files
+/// (sandbox/data: login-codes.json, building.json, equipment.json) and must agree with them.
 namespace demo {
 inline constexpr const char* kRealm = "velora";
 /// Public client: authorization code, password and refresh grants. Accepts the redirect URIs
@@ -82,6 +84,47 @@ struct StreamFaults {
   int remaining = -1;
 };
 
+/// What a fault rule does to a request it applies to.
+enum class FaultAction {
+  /// Answer `status` with `body` and `contentType` instead of the route; without a body, the
+  /// platform's {"code": STATUS, "message": ...}.
+  status,
+  /// Hold the request `delayMs` before the route sees it, then answer normally; 503 if the
+  /// sandbox stops meanwhile.
+  delay,
+  /// The route's status and headers with `body` (default: a cut-off JSON object) in place of
+  /// its body; Content-Length matches what is sent.
+  malformedBody,
+  /// The route's status and headers, Content-Length promising its whole body, then only `bytes`
+  /// of the body (default half, at most all but one) and the connection closes.
+  truncatedBody,
+  /// The route's answer sent chunked: `bytes` of its body (default half, at most all but one),
+  /// then the connection closes without the last chunk.
+  closeMidBody,
+  /// Close the connection without answering at all.
+  dropConnection,
+};
+
+/// A switch that makes matching requests misbehave, whatever route (or none) they reach.
+struct FaultRule {
+  /// An ECMAScript regular expression that the whole request path (no query) must match.
+  std::string path;
+  /// Only requests with this method; empty: any. A GET rule also applies to HEAD.
+  std::string method;
+  FaultAction action = FaultAction::status;
+  /// How many requests the rule applies to; -1: every matching one until cleared.
+  int remaining = -1;
+  int status = 500;                                   // status
+  std::optional<std::string> body;                    // status, malformedBody
+  std::string contentType = "application/json";       // status
+  int delayMs = 0;                                    // delay
+  std::optional<std::size_t> bytes;                   // truncatedBody, closeMidBody
+
+  /// 401 with the platform's unauthorized body for the next matching request only: a client
+  /// renews its session once and then gets normal answers.
+  static FaultRule unauthorizedOnce(std::string path, std::string method = {});
+};
+
 /// What the sandbox saw of one request (for tests).
 struct RecordedRequest {
   std::string method;
@@ -143,6 +186,18 @@ class Sandbox {
   /// clears them. Throws std::invalid_argument for a negative count, a delay above 600000 ms or
   /// `remaining` below -1.
   void setStreamFaults(StreamFaults faults);
+
+  /// Adds a fault rule after those set before; a request gets the first matching rule that has
+  /// requests left. Returns the rule's id. Throws std::invalid_argument for a path that is not a
+  /// regular expression, a method that is not letters, `remaining` 0 or below -1, a status
+  /// outside 200-599, a delay outside 0-600000 ms, a content type with line breaks or an empty
+  /// malformed body. Works with or without the test routes; /test/faults itself is never faulted.
+  int addFault(FaultRule rule);
+  /// Removes every fault rule; their ids are not used again.
+  void clearFaults();
+  /// How many requests rule `id` has applied to. Throws std::invalid_argument for an id that
+  /// no current rule has.
+  std::size_t faultHits(int id) const;
 
  private:
   struct Impl;

@@ -1,0 +1,313 @@
+// Reads the demo data files and checks them, so that a slip in a file stops the sandbox at
+// start-up with the file and entry named, rather than surfacing as a type error inside a request.
+
+#include "DemoData.hpp"
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+
+#include "Realm.hpp"
+
+namespace velora::sandbox::detail {
+namespace {
+
+using nlohmann::json;
+
+// A reader of one file that names the file and the entry in every complaint.
+class Reader {
+ public:
+  Reader(const DataFiles& files, std::string file) : file_(std::move(file)), root_(files[file_]) {}
+
+  const json& root() const { return root_; }
+
+  [[noreturn]] void fail(const std::string& where, const std::string& what) const {
+    throw std::runtime_error("velora-sandbox: demo data " + file_ + ": " + where + " " + what);
+  }
+
+  const json& member(const json& object, const std::string& where, const char* key) const {
+    if (!object.is_object()) {
+      fail(where, "must be an object");
+    }
+    const auto it = object.find(key);
+    if (it == object.end()) {
+      fail(where, std::string("needs \"") + key + "\"");
+    }
+    return *it;
+  }
+  const json& array(const json& object, const std::string& where, const char* key) const {
+    const json& value = member(object, where, key);
+    if (!value.is_array()) {
+      fail(where + "." + key, "must be an array");
+    }
+    return value;
+  }
+  int integer(const json& object, const std::string& where, const char* key) const {
+    const json& value = member(object, where, key);
+    if (!value.is_number_integer()) {
+      fail(where + "." + key, "must be an integer");
+    }
+    return value.get<int>();
+  }
+  double number(const json& object, const std::string& where, const char* key) const {
+    const json& value = member(object, where, key);
+    if (!value.is_number()) {
+      fail(where + "." + key, "must be a number");
+    }
+    return value.get<double>();
+  }
+  std::string text(const json& object, const std::string& where, const char* key) const {
+    const json& value = member(object, where, key);
+    if (!value.is_string()) {
+      fail(where + "." + key, "must be a string");
+    }
+    return value.get<std::string>();
+  }
+
+ private:
+  std::string file_;
+  const json& root_;
+};
+
+std::string at(const std::string& where, std::size_t index) { return where + "[" + std::to_string(index) + "]"; }
+
+std::vector<Floor> readFloors(const Reader& r) {
+  std::vector<Floor> floors;
+  const json& list = r.array(r.root(), "the file", "floors");
+  for (std::size_t f = 0; f < list.size(); ++f) {
+    const std::string where = at("floors", f);
+    Floor floor{r.integer(list[f], where, "mapId"), r.integer(list[f], where, "level"),
+                r.integer(list[f], where, "width"), r.integer(list[f], where, "depth"), {}};
+    if (floor.width < 1 || floor.depth < 1) {
+      r.fail(where, "needs a positive width and depth");
+    }
+    const json& rooms = r.array(list[f], where, "rooms");
+    for (std::size_t i = 0; i < rooms.size(); ++i) {
+      const std::string roomWhere = at(where + ".rooms", i);
+      Room room{r.integer(rooms[i], roomWhere, "id"), r.text(rooms[i], roomWhere, "name"),
+                r.integer(rooms[i], roomWhere, "areaId"), r.integer(rooms[i], roomWhere, "xFrom")};
+      const int previous = floor.rooms.empty() ? -1 : floor.rooms.back().xFrom;
+      if ((i == 0 && room.xFrom != 0) || room.xFrom <= previous || room.xFrom >= floor.width) {
+        r.fail(roomWhere, "must start where the rooms before it end: the first at x 0, each further along, "
+                          "all within the floor's width");
+      }
+      floor.rooms.push_back(std::move(room));
+    }
+    if (floor.rooms.empty()) {
+      r.fail(where, "needs at least one room");
+    }
+    floors.push_back(std::move(floor));
+  }
+  if (floors.empty()) {
+    r.fail("floors", "needs at least one floor");
+  }
+  return floors;
+}
+
+std::vector<std::string> readTags(const Reader& r) {
+  const json& tags = r.array(r.root(), "the file", "tags");
+  if (tags.empty() || !std::all_of(tags.begin(), tags.end(), [](const json& t) { return t.is_string(); })) {
+    r.fail("tags", "must be a non-empty array of strings");
+  }
+  return tags.get<std::vector<std::string>>();
+}
+
+const Room* findRoom(const std::vector<Floor>& floors, int mapId, int roomId) {
+  for (const auto& floor : floors) {
+    for (const auto& room : floor.rooms) {
+      if (floor.mapId == mapId && room.id == roomId) {
+        return &room;
+      }
+    }
+  }
+  return nullptr;
+}
+
+// What Equipment relies on: unique item ids and value ids, and the fields each control kind is
+// validated against.
+void checkControl(const Reader& r, const json& control, const std::string& where, std::set<int>& valueIds) {
+  r.text(control, where, "name");
+  const std::string type = r.text(control, where, "type");
+  const json& current = r.member(control, where, "currentValue");
+  if (!valueIds.insert(r.integer(current, where + ".currentValue", "id")).second) {
+    r.fail(where + ".currentValue.id", "is used by another control");
+  }
+  if (current.contains("value") && !current["value"].is_string()) {
+    r.fail(where + ".currentValue.value", "must be a string");
+  }
+  if (type == "CTRL_SLIDER") {
+    if (r.number(control, where, "min") > r.number(control, where, "max")) {
+      r.fail(where, "has min above max");
+    }
+    r.number(control, where, "step");
+  } else if (type == "CTRL_TOGGLE") {
+    r.text(control, where, "toggleOnValue");
+    r.text(control, where, "toggleOffValue");
+  } else if (type == "CTRL_CHOICE") {
+    const json& options = r.array(control, where, "choiceOptions");
+    for (std::size_t o = 0; o < options.size(); ++o) {
+      r.text(options[o], at(where + ".choiceOptions", o), "optionValue");
+    }
+  }
+}
+
+json readItems(const Reader& r, const std::vector<Floor>& floors) {
+  const json& items = r.array(r.root(), "the file", "items");
+  std::set<int> itemIds;
+  std::set<int> valueIds;
+  int previousId = 0;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    const std::string where = at("items", i);
+    const int id = r.integer(items[i], where, "id");
+    if (id <= previousId) {
+      r.fail(where + ".id", "must be above the id of the item before it");
+    }
+    previousId = id;
+    for (const char* key : {"logicName", "widgetName", "name", "type"}) {
+      r.text(items[i], where, key);
+    }
+    if (const auto position = items[i].find("position"); position != items[i].end()) {
+      const std::string placeWhere = where + ".position";
+      for (const char* key : {"x", "y"}) {
+        r.number(*position, placeWhere, key);
+      }
+      r.integer(*position, placeWhere, "level");
+      const Room* room = findRoom(floors, r.integer(*position, placeWhere, "mapId"),
+                                  r.integer(*position, placeWhere, "roomId"));
+      if (room == nullptr || r.integer(*position, placeWhere, "areaId") != room->areaId) {
+        r.fail(placeWhere, "names no room of building.json's floors, or the room's area differs");
+      }
+    }
+    if (items[i].contains("controls")) {
+      const json& controls = r.array(items[i], where, "controls");
+      for (std::size_t c = 0; c < controls.size(); ++c) {
+        checkControl(r, controls[c], at(where + ".controls", c), valueIds);
+      }
+    }
+  }
+  return items;
+}
+
+std::vector<LoginCode> readLoginCodes(const Reader& r, const std::function<bool(std::string_view)>& isUser) {
+  std::vector<LoginCode> codes;
+  const json& list = r.array(r.root(), "the file", "codes");
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string where = at("codes", i);
+    LoginCode code{r.text(list[i], where, "code"), r.text(list[i], where, "user"),
+                   r.integer(list[i], where, "expiration")};
+    if (!isUser(code.username)) {
+      r.fail(where + ".user", "is no user of the realm");
+    }
+    codes.push_back(std::move(code));
+  }
+  return codes;
+}
+
+LiveWidget readLiveWidget(const Reader& r, const char* key, std::size_t minReadings) {
+  const json& live = r.member(r.root(), "the file", key);
+  LiveWidget widget{r.member(live, key, "widget"), {}};
+  const json& readings = r.array(live, key, "readings");
+  if (readings.size() < minReadings ||
+      !std::all_of(readings.begin(), readings.end(), [](const json& n) { return n.is_number(); })) {
+    r.fail(std::string(key) + ".readings", "must be an array of at least " + std::to_string(minReadings) + " numbers");
+  }
+  widget.readings = readings.get<std::vector<double>>();
+  return widget;
+}
+
+std::string fillText(std::string_view text, const std::vector<std::pair<std::string, std::string>>& values) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size();) {
+    bool replaced = false;
+    if (text[i] == '{') {
+      for (const auto& [name, value] : values) {
+        if (text.substr(i + 1).starts_with(name) && text.substr(i + 1 + name.size()).starts_with('}')) {
+          out += value;
+          i += name.size() + 2;
+          replaced = true;
+          break;
+        }
+      }
+    }
+    if (!replaced) {
+      out += text[i++];
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+DataFiles::DataFiles(std::span<const EmbeddedFile> files) {
+  for (const auto& file : files) {
+    json parsed;
+    try {
+      parsed = json::parse(file.text);
+    } catch (const json::parse_error& e) {
+      throw std::runtime_error("velora-sandbox: demo data " + std::string(file.name) + " is not valid JSON: " +
+                               e.what());
+    }
+    files_.emplace(std::string(file.name), std::move(parsed));
+  }
+}
+
+const json& DataFiles::operator[](std::string_view name) const {
+  const auto it = files_.find(name);
+  if (it == files_.end()) {
+    throw std::runtime_error("velora-sandbox: demo data " + std::string(name) + " is missing");
+  }
+  return it->second;
+}
+
+const Room& Floor::roomAt(int x) const {
+  const auto after = std::upper_bound(rooms.begin(), rooms.end(), x,
+                                      [](int value, const Room& room) { return value < room.xFrom; });
+  return after == rooms.begin() ? rooms.front() : *std::prev(after);
+}
+
+std::string DemoData::roomName(const std::string& roomId) const {
+  for (const auto& floor : floors) {
+    for (const auto& room : floor.rooms) {
+      if (std::to_string(room.id) == roomId) {
+        return room.name;
+      }
+    }
+  }
+  return "Room " + roomId;
+}
+
+DemoData loadDemoData(const DataFiles& files, const std::function<bool(std::string_view)>& isUser) {
+  DemoData data;
+  const Reader building(files, "building.json");
+  data.floors = readFloors(building);
+  data.defaultTags = readTags(building);
+  data.items = readItems(Reader(files, "equipment.json"), data.floors);
+  data.loginCodes = readLoginCodes(Reader(files, "login-codes.json"), isUser);
+  const Reader widgets(files, "widgets.json");
+  data.homeWidgets = widgets.array(widgets.root(), "the file", "home");
+  data.roomWidgets = widgets.array(widgets.root(), "the file", "room");
+  data.scriptedWidget = readLiveWidget(widgets, "scripted", 2);
+  data.singleWidget = readLiveWidget(widgets, "single", 1);
+  return data;
+}
+
+const DemoData& demoData() {
+  static const DemoData data = loadDemoData(DataFiles(embeddedDataFiles()), isDemoUser);
+  return data;
+}
+
+json fillTemplate(const json& value, const std::vector<std::pair<std::string, std::string>>& values) {
+  if (value.is_string()) {
+    return fillText(value.get_ref<const std::string&>(), values);
+  }
+  if (!value.is_structured()) {
+    return value;
+  }
+  json filled = value;
+  for (auto& element : filled) {
+    element = fillTemplate(element, values);
+  }
+  return filled;
+}
+
+}  // namespace velora::sandbox::detail
