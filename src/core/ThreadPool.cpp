@@ -12,47 +12,59 @@
 namespace velora {
 namespace {
 
+/// Its state is shared with the workers, so that the pool can be destroyed from one of its own
+/// threads (the last owner let go in a task): that worker then ends instead of joining itself.
 class ThreadPool final : public Executor {
  public:
   explicit ThreadPool(unsigned threads) {
-    for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this] { work(); });
+    for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([state = state_] { work(*state); });
   }
   ~ThreadPool() override {
     {
-      std::lock_guard lock(mutex_);
-      stopping_ = true;
+      std::lock_guard lock(state_->mutex);
+      state_->stopping = true;
     }
-    ready_.notify_all();
-    workers_.clear();  // joins; queued work still runs first
+    state_->ready.notify_all();
+    for (auto& worker : workers_) {
+      if (worker.get_id() == std::this_thread::get_id()) {
+        worker.detach();
+      } else {
+        worker.join();  // queued work still runs first
+      }
+    }
   }
 
   void post(std::function<void()> work) override {
     {
-      std::lock_guard lock(mutex_);
-      queue_.push_back(std::move(work));
+      std::lock_guard lock(state_->mutex);
+      state_->queue.push_back(std::move(work));
     }
-    ready_.notify_one();
+    state_->ready.notify_one();
   }
 
  private:
-  void work() {
-    std::unique_lock lock(mutex_);
+  struct State {
+    std::mutex mutex;
+    std::condition_variable ready;
+    std::deque<std::function<void()>> queue;
+    bool stopping = false;
+  };
+
+  static void work(State& state) {
+    std::unique_lock lock(state.mutex);
     while (true) {
-      ready_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
-      if (queue_.empty()) return;
-      auto next = std::move(queue_.front());
-      queue_.pop_front();
+      state.ready.wait(lock, [&] { return state.stopping || !state.queue.empty(); });
+      if (state.queue.empty()) return;
+      auto next = std::move(state.queue.front());
+      state.queue.pop_front();
       lock.unlock();
       next();
       lock.lock();
     }
   }
 
-  std::mutex mutex_;
-  std::condition_variable ready_;
-  std::deque<std::function<void()>> queue_;
-  bool stopping_ = false;
-  std::vector<std::jthread> workers_;
+  std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::vector<std::thread> workers_;
 };
 
 struct DetachedTask {

@@ -73,21 +73,26 @@ ThreadQueue::ThreadQueue() {
   std::mutex started;
   std::condition_variable ready;
   bool running = false;
-  thread_ = std::thread([&] {
-    loop_.post([&] {
+  // The thread owns the loop too, so that it can outlive a queue destroyed from this very thread.
+  thread_ = std::thread([&, loop = loop_] {
+    loop->post([&] {
       std::lock_guard lock(started);
       running = true;
       ready.notify_one();
     });
-    loop_.run();
+    loop->run();
   });
   std::unique_lock lock(started);
   ready.wait(lock, [&] { return running; });
 }
 
 ThreadQueue::~ThreadQueue() {
-  loop_.stop();
-  thread_.join();
+  loop_->stop();
+  if (thread_.get_id() == std::this_thread::get_id()) {
+    thread_.detach();
+  } else {
+    thread_.join();
+  }
 }
 
 }  // namespace velora

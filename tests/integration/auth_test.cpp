@@ -11,7 +11,7 @@
 #include <velora/core/Orvane.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
-#include "Fakes.hpp"
+#include "OverHttp.hpp"
 
 namespace velora {
 namespace {
@@ -113,24 +113,16 @@ class AuthOverHttp : public ::testing::Test {
  protected:
   std::string tokenPath() const { return "/realms/" + std::string(demo::kRealm) + "/protocol/openid-connect/token"; }
 
-  /// A facade on real HTTP with fakes only for clock, main queue and keychain.
+  /// A facade on real HTTP in login mode `mode`, with fakes only for clock and keychain.
   std::shared_ptr<Orvane> facade(KeycloakLoginMode mode, const std::shared_ptr<SecureStore>& keychain = nullptr) {
-    Platform p;
-    p.transport = transport_;
-    p.mainQueue = queue_;
-    p.defaults = std::make_shared<MemoryStore>();
-    p.secureStore = keychain ? keychain : keychain_;
-    p.host = std::make_shared<StaticHostInfo>("auth.it");
-    p.clock = clock_;
-    p.browser = std::make_shared<FollowingBrowser>(transport_);
-    p.customAuthentication = makeUnavailableCustomAuthenticationHandler();
-    p.documentsDirectory = std::filesystem::temp_directory_path();
-    p.console = [](std::string_view) {};
+    testing::HttpPlatform http = http_;
+    http.transport = transport_;
+    http.browser = std::make_shared<FollowingBrowser>(transport_);
+    if (keychain) http.secureStore = keychain;
     KeycloakEnvironment keycloak{KeycloakAuthenticationMethod::APPLE, mode, demo::kPublicClient, demo::kGuestClient,
                                  demo::kGuestSecret, "http://127.0.0.1:1/callback",
                                  sandbox_.realmUrl() + "/.well-known/openid-configuration"};
-    Orvane::setupSDK(EnvironmentModel(sandbox_.baseUrl(), 10, keycloak), p);
-    return Orvane::make(p);
+    return testing::sandboxFacade(sandbox_, http.platform("auth.it"), false, keycloak);
   }
 
   ResponseMessage callbackConfiguration(Orvane& f) {
@@ -142,10 +134,16 @@ class AuthOverHttp : public ::testing::Test {
   }
 
   sandbox::Sandbox sandbox_;
-  std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
-  std::shared_ptr<ThreadQueue> queue_ = std::make_shared<ThreadQueue>();
   std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>();
   std::shared_ptr<testing::MemorySecureStore> keychain_ = std::make_shared<testing::MemorySecureStore>();
+  testing::HttpPlatform http_ = [this] {
+    testing::HttpPlatform http;
+    http.clock = clock_;
+    http.secureStore = keychain_;
+    return http;
+  }();
+  std::shared_ptr<HttpTransport> transport_ = http_.transport;
+  std::shared_ptr<MainQueue> queue_ = http_.queue;
 };
 
 TEST_F(AuthOverHttp, EveryLoginFlowReachesAProtectedRoute) {

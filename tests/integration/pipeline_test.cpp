@@ -9,7 +9,7 @@
 #include <velora/core/Orvane.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
-#include "Fakes.hpp"
+#include "OverHttp.hpp"
 
 namespace velora {
 namespace {
@@ -33,25 +33,8 @@ std::string percentEncode(std::string_view text) {
 class PipelineOverHttp : public ::testing::Test {
  protected:
   std::shared_ptr<Orvane> facade(const std::string& endpoint, std::int64_t timeout = 10, bool loggedIn = true) {
-    Platform p;
-    p.transport = transport_;
-    p.mainQueue = queue_;
-    p.executor = executor_;
-    p.defaults = std::make_shared<MemoryStore>();
-    p.host = std::make_shared<StaticHostInfo>("it.app");
-    p.clock = std::make_shared<SystemClock>();
-    p.documentsDirectory = std::filesystem::temp_directory_path();
-    p.console = [](std::string_view) {};
-    Orvane::setupSDK(EnvironmentModel(endpoint, timeout), p);
-    auto f = Orvane::make(p);
-    if (loggedIn) {
-      auto renewer = std::make_shared<testing::FakeRenewer>();
-      renewer->state = {true, true, true};
-      renewer->token = sandbox_.issueAccessToken(sandbox::demo::kUser);
-      f->setSessionRenewer(renewer);
-      f->setupSession();
-    }
-    return f;
+    http_.executor = executor_;
+    return testing::sandboxFacade(sandbox_, http_.platform(), loggedIn, std::nullopt, timeout, endpoint);
   }
 
   /// The callback form's one answer, checked to arrive once and on the main queue.
@@ -91,8 +74,8 @@ class PipelineOverHttp : public ::testing::Test {
   };
 
   sandbox::Sandbox sandbox_;
-  std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
-  std::shared_ptr<ThreadQueue> queue_ = std::make_shared<ThreadQueue>();
+  testing::HttpPlatform http_;
+  std::shared_ptr<MainQueue> queue_ = http_.queue;
   std::shared_ptr<CountingExecutor> executor_ = std::make_shared<CountingExecutor>();
 };
 

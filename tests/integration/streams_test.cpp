@@ -9,7 +9,7 @@
 #include <velora/core/Orvane.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
-#include "Fakes.hpp"
+#include "OverHttp.hpp"
 
 namespace velora {
 namespace {
@@ -33,27 +33,13 @@ class StreamsOverHttp : public ::testing::Test {
   }
 
   Platform platform() {
-    Platform p;
-    p.transport = transport_;
-    p.mainQueue = queue_;
-    p.defaults = defaults_;
-    p.host = std::make_shared<StaticHostInfo>("it.app");
-    p.clock = std::make_shared<SystemClock>();
-    p.documentsDirectory = std::filesystem::temp_directory_path();
-    p.console = [this](std::string_view line) { console_.emplace_back(line); };
-    return p;
+    testing::HttpPlatform http;
+    http.transport = transport_;
+    http.queue = queue_;
+    http.console = [this](std::string_view line) { console_.emplace_back(line); };
+    return http.platform();
   }
-
-  std::shared_ptr<Orvane> facade() {
-    Orvane::setupSDK(EnvironmentModel(sandbox_.baseUrl(), 10), platform());
-    auto f = Orvane::make(platform());
-    auto renewer = std::make_shared<testing::FakeRenewer>();
-    renewer->state = {true, true, true};
-    renewer->token = sandbox_.issueAccessToken(demo::kUser);
-    f->setSessionRenewer(renewer);
-    f->setupSession();
-    return f;
-  }
+  std::shared_ptr<Orvane> facade() { return testing::sandboxFacade(sandbox_, platform(), true); }
 
   std::shared_ptr<EventSource> source(const std::string& pathAndQuery, std::map<std::string, std::string> headers = {}) {
     auto s = EventSource::make(sandbox_.baseUrl() + pathAndQuery, std::move(headers), transport_, queue_);
@@ -79,7 +65,6 @@ class StreamsOverHttp : public ::testing::Test {
   }()};
   std::shared_ptr<HttpTransport> transport_ = makeCurlTransport();
   std::shared_ptr<testing::ManualQueue> queue_ = std::make_shared<testing::ManualQueue>();
-  std::shared_ptr<MemoryStore> defaults_ = std::make_shared<MemoryStore>();
   std::vector<std::string> seen_;
   std::vector<Completion> completions_;
   std::vector<std::string> console_;

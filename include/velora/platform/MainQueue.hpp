@@ -45,19 +45,21 @@ class RunLoop : public MainQueue {
   bool stopped_ = false;
 };
 
-/// A main queue with a thread of its own, for hosts without a run loop (and for tests).
+/// A main queue with a thread of its own, for hosts without a run loop (and for tests). It may be
+/// destroyed from its own thread (the last owner let go in a callback): the thread then ends
+/// after the current work instead of joining itself.
 class ThreadQueue : public MainQueue {
  public:
   ThreadQueue();
   ~ThreadQueue() override;
-  void post(std::function<void()> work) override { loop_.post(std::move(work)); }
+  void post(std::function<void()> work) override { loop_->post(std::move(work)); }
   void postAfter(std::chrono::milliseconds delay, std::function<void()> work) override {
-    loop_.postAfter(delay, std::move(work));
+    loop_->postAfter(delay, std::move(work));
   }
-  bool isCurrent() const override { return loop_.isCurrent(); }
+  bool isCurrent() const override { return loop_->isCurrent(); }
 
  private:
-  RunLoop loop_;
+  std::shared_ptr<RunLoop> loop_ = std::make_shared<RunLoop>();
   std::thread thread_;
 };
 
