@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   addPlatformCommands(commands);
   addAuthCommands(commands);
   addItemCommands(commands);
+  addCallCommands(commands);
   addWatchCommands(commands);
   addLogCommands(commands);
 
