@@ -77,6 +77,8 @@ step "$velora" status
 step "$velora" device-config
 step "$velora" device-config --tagid demo-tag-01 --json
 step "$velora" items list
+# Any operation of the library runs by name, its arguments as name=value (JSON where it parses).
+step "$velora" call getControllableItems 'filter={"types":["DOOR"],"radius":0,"hasPosition":false,"widgetNames":[]}'
 # Follow the meeting-room light's stream while switching the light: each change set through the
 # REST call arrives on the stream as a value_change line.
 echo

@@ -23,6 +23,8 @@
 #include <thread>
 #include <vector>
 
+#include <velora/core/OperationRegistry.hpp>
+
 #include "velora_sandbox/Sandbox.hpp"
 
 #include "Fakes.hpp"
@@ -243,14 +245,27 @@ TEST(Cli, CommandsAgainstTheSandbox) {
       {"log show after clear", false, {"log", "show"}, {}, 0, "(the log is empty)", ""},
       {"no endpoint at all", true, {"check"}, {}, 2, "",
        "velora: no platform endpoint; pass --endpoint URL or set VELORA_ENDPOINT"},
-      {"unreachable endpoint", true, {"--endpoint", closedUrl, "check"}, {}, 1, "", "(code ",
-       [](const Result& r) {
+      {"unreachable endpoint", true, {"--endpoint", closedUrl, "check"}, {}, 1, "",
+       "velora: if nothing answered at http://127.0.0.1:", [](const Result& r) {
          EXPECT_TRUE(r.err.starts_with("velora: ")) << r.err;
+         EXPECT_NE(r.err.find("(code -27003)\nvelora: "), std::string::npos) << r.err;
+         EXPECT_NE(r.err.find("check --endpoint, and that the platform is running there"), std::string::npos) << r.err;
          EXPECT_EQ(r.out, "");
        }},
+      {"discovery at an endpoint that refuses connections says why, and where it tried", true,
+       {"--endpoint", closedUrl, "login", "guest"}, {}, 1, "", "velora: Unknown Error Occurred (discoverConfiguration): Could",
+       [&](const Result& r) {
+         EXPECT_NE(r.err.find("(code -23010)\nvelora: nothing answered at " + closedUrl +
+                              "/realms/velora/.well-known/openid-configuration: check --endpoint"),
+                   std::string::npos)
+             << r.err;
+       }},
+      {"an endpoint that does not parse is named, with what is wrong", true, {"--endpoint", "http://[bad", "check"}, {}, 2,
+       "", "endpoint 'http://[bad' is not usable: the '[' of its IPv6 address is never closed",
+       [](const Result& r) { EXPECT_EQ(r.err.find("couldn't be parsed"), std::string::npos) << r.err; }},
       {"invalid setting is a usage error", true, {"--timeout", "0", "check"}, {}, 2, "", "timeout"},
       {"an identity setting is checked like the others", true, {"--discover-url", "realm", "status"}, {}, 2, "",
-       "discover URL must be an http"},
+       "discover URL 'realm' is not usable: it does not start with http"},
   };
   runCases(cases);
   EXPECT_EQ(sandbox.requestCount("/api/v1/device/ios/conf"), 1u);
@@ -276,7 +291,9 @@ TEST(Cli, LoginSessionsAcrossRuns) {
   };
   const std::vector<Case> cases{
       {"no session before any login", false, {"status", "--json"}, {}, 0, "", "", status("unknown", nullptr)},
-      {"platform routes refuse a client without a session", false, {"device-config"}, {}, 1, "", "(code 401)"},
+      {"platform routes refuse a client without a session, and say how to get one", false, {"items", "list"}, {}, 1, "",
+       "(code 401)\nvelora: this needs a session; log in first: velora login guest, velora login password USER, "
+       "velora login browser or velora login qr CODE\n"},
       {"guest login", false, {"login", "guest"}, {}, 0, "logged in (GUEST)", "",
        [&](const Result&) { tokensAfterLogin = tokenRequests(sandbox); }},
       {"a new process resumes the session without logging in", false, {"device-config"}, {}, 0, "tag id", "",
@@ -335,6 +352,134 @@ TEST(Cli, ExpiredAccessTokenIsRenewedWithTheRefreshToken) {
        }},
   };
   runCases(cases, {"VELORA_ENDPOINT=" + sandbox.baseUrl(), "VELORA_VERBOSE=1"}, checkNoSecrets({demo::kGuestSecret}));
+}
+
+/// The columns of a text table's line: the cells are separated by runs of two or more spaces.
+std::vector<std::string> cells(const std::string& line) {
+  static const std::regex separator(" {2,}");
+  std::vector<std::string> out;
+  std::sregex_token_iterator it(line.begin(), line.end(), separator, -1), end;
+  for (; it != end; ++it) out.push_back(*it);
+  return out;
+}
+
+std::vector<int> itemIds(const nlohmann::json& items) {
+  std::vector<int> ids;
+  for (const auto& item : items) ids.push_back(item["id"]);
+  return ids;
+}
+
+TEST(Cli, CallRunsAnyOperationOfTheRegistry) {
+  Sandbox sandbox;
+  TempDir files;
+  const fs::path arguments = files.path / "arguments.json";
+  std::ofstream(arguments) << R"({"filter": {"types": ["LIGHT"], "roomId": 11, "radius": 0, "hasPosition": false,
+                                             "widgetNames": []}})";
+  // The filter record's members without a default of their own are part of every filter.
+  const auto filter = [](const std::string& type) {
+    return R"(filter={"radius":0,"hasPosition":false,"widgetNames":[],"types":[")" + type + R"("]})";
+  };
+  const auto& operations = velora::operationRegistry();
+  ASSERT_FALSE(operations.empty());
+
+  const auto json = [](const std::function<void(const nlohmann::json&)>& check) {
+    return [=](const Result& r) {
+      const auto reply = parseOnly(r.out);
+      ASSERT_FALSE(reply.is_discarded()) << r.out;
+      check(reply);
+    };
+  };
+  const std::vector<Case> cases{
+      {"--list shows every operation, required arguments marked", false, {"call", "--list"}, {}, 0, "", "",
+       [&](const Result& r) {
+         std::istringstream lines(r.out);
+         std::vector<std::vector<std::string>> rows;
+         for (std::string line; std::getline(lines, line);) rows.push_back(cells(line));
+         for (const auto& operation : operations) {
+           std::string arguments;
+           for (const auto& a : operation.arguments) arguments += (arguments.empty() ? "" : " ") + a.name + (a.required ? "*" : "");
+           const std::vector<std::string> row{operation.name, operation.method, operation.path, operation.replyType,
+                                              arguments.empty() ? "-" : arguments};
+           EXPECT_NE(std::find(rows.begin(), rows.end(), row), rows.end()) << operation.name << " in\n" << r.out;
+         }
+       }},
+      {"--list --json", false, {"call", "--list", "--json"}, {}, 0, "", "", json([&](const nlohmann::json& list) {
+         ASSERT_EQ(list.size(), operations.size());
+         for (std::size_t i = 0; i < operations.size(); ++i) {
+           EXPECT_EQ(list[i]["name"], operations[i].name);
+           EXPECT_EQ(list[i]["replyType"], operations[i].replyType);
+           ASSERT_EQ(list[i]["arguments"].size(), operations[i].arguments.size());
+           for (std::size_t a = 0; a < operations[i].arguments.size(); ++a) {
+             EXPECT_EQ(list[i]["arguments"][a]["required"], operations[i].arguments[a].required) << list[i];
+           }
+         }
+       })},
+      {"a public operation needs no login", false, {"call", "checkConnection"}, {}, 0, "message  Velora sandbox is up\n", ""},
+      {"guest login", false, {"login", "guest"}, {}, 0, "logged in (GUEST)", ""},
+      {"a list of records as a table, nested members below each row", false, {"call", "getControllableItems"}, {}, 0,
+       "", "", [](const Result& r) {
+         EXPECT_TRUE(std::regex_search(r.out, std::regex("^id +logicName +widgetName +name +type\n"))) << r.out;
+         EXPECT_TRUE(std::regex_search(r.out, std::regex("\n1 +light\\.f1\\.meeting-room +light +Meeting room light +LIGHT\n"
+                                                         "    position +\\{\"mapId\":1,"))) << r.out;
+         EXPECT_TRUE(std::regex_search(r.out, std::regex("\n    controls +\\[\\{\"name\":\"power\""))) << r.out;
+       }},
+      {"name=value takes JSON", false, {"call", "getControllableItems", filter("DOOR"), "--json"}, {}, 0, "",
+       "", json([](const nlohmann::json& items) { EXPECT_EQ(itemIds(items), (std::vector<int>{4, 5})); })},
+      {"name=value takes anything else as text", false, {"call", "getConfiguration", "tagid=cli-pair-tag"}, {}, 0,
+       "", "", [](const Result& r) {
+         EXPECT_TRUE(std::regex_search(r.out, std::regex("\niosadvConf +\\{\"tagid\":\"cli-pair-tag\""))) << r.out;
+       }},
+      {"--body @FILE", false, {"call", "getControllableItems", "--body", "@" + arguments.string(), "--json"}, {}, 0, "",
+       "", json([](const nlohmann::json& items) { EXPECT_EQ(itemIds(items), (std::vector<int>{1})); })},
+      {"name=value overrides --body", false,
+       {"call", "getControllableItems", "--body", "@" + arguments.string(), filter("BLIND"), "--json"}, {},
+       0, "", "", json([](const nlohmann::json& items) { EXPECT_EQ(itemIds(items), (std::vector<int>{3})); })},
+      {"a secret in a reply is masked", false, {"call", "getLoginParameters", std::string("from=") + demo::kLoginCode}, {},
+       0, "username", "", [](const Result& r) {
+         EXPECT_TRUE(std::regex_search(r.out, std::regex("\npassword +<redacted>\n"))) << r.out;
+         EXPECT_EQ(r.out.find(demo::kPassword), std::string::npos) << r.out;
+       }},
+  };
+  runCases(cases, {"VELORA_ENDPOINT=" + sandbox.baseUrl()});
+}
+
+TEST(Cli, CallRefusesWhatCannotBeSent) {
+  Sandbox sandbox;
+  struct Row {
+    const char* name;
+    std::vector<std::string> args;
+    std::vector<const char*> errContains;
+  };
+  const std::vector<Row> rows{
+      {"no operation", {"call"}, {"name the operation to call", "velora call --list"}},
+      {"unknown operation", {"call", "getItems"},
+       {"unknown operation 'getItems'; did you mean getControllableItems?", "velora call --list shows every operation"}},
+      {"unknown argument", {"call", "getConfiguration", "tagId=x"},
+       {"getConfiguration has no argument 'tagId' (did you mean tagid?); arguments of getConfiguration: tagid\n"}},
+      {"missing arguments", {"call", "downloadSdkImage"},
+       {"downloadSdkImage needs the arguments path and publicFlag; "
+        "arguments of downloadSdkImage: path (required), publicFlag (required)\n"}},
+      {"not name=value", {"call", "getConfiguration", "demo-tag"},
+       {"arguments are written name=value, not 'demo-tag'", "arguments of getConfiguration: tagid"}},
+      {"value of the wrong shape", {"call", "getControllableItems", "filter=[1]"},
+       {"getControllableItems: argument $.filter: expected an object", "arguments of getControllableItems: filter\n"}},
+      {"digits where text is wanted", {"call", "getConfiguration", "tagid=123"},
+       {"expected a string", "quote text such as 123 or true"}},
+      {"--body that is not an object", {"call", "getConfiguration", "--body", "[1]"},
+       {"--body must be a JSON object keyed by argument name"}},
+      {"--body that is not JSON", {"call", "getConfiguration", "--body", "{tagid:"}, {"--body is not JSON: "}},
+      {"--body file that is missing", {"call", "getConfiguration", "--body", "@/nonexistent/arguments.json"},
+       {"cannot read the --body file '/nonexistent/arguments.json': No such file"}},
+  };
+  TempDir home;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Result r = runCli(home.path, row.args, {"VELORA_ENDPOINT=" + sandbox.baseUrl()});
+    EXPECT_EQ(r.exitCode, 2) << r.err;
+    for (const char* text : row.errContains) EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
+  }
+  // Refused before anything went out.
+  EXPECT_EQ(sandbox.requestCount("/api/v1/device/ios/conf") + sandbox.requestCount("/api/v1/item/list"), 0u);
 }
 
 /// A loopback port nothing listens on (free when the test looked).

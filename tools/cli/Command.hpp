@@ -64,6 +64,7 @@ class CommandSet {
 void addPlatformCommands(CommandSet& commands);  // check, device-config
 void addAuthCommands(CommandSet& commands);      // login guest|password|browser|qr, logout, status
 void addItemCommands(CommandSet& commands);      // items list, items set
+void addCallCommands(CommandSet& commands);      // call OPERATION, call --list
 void addWatchCommands(CommandSet& commands);     // watch items|events|positions|diagnostic|home|group|widget
 void addLogCommands(CommandSet& commands);       // log show, log clear
 

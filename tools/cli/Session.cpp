@@ -67,9 +67,13 @@ void setupIdentity(Context& ctx, Orvane& orvane) {
   }
 }
 
+void resumeSession(Context& ctx, Orvane& orvane) {
+  if (storedLoginMode(orvane)) setupIdentity(ctx, orvane);
+}
+
 Orvane& connectWithSession(Context& ctx) {
   Orvane& orvane = ctx.orvane();
-  if (storedLoginMode(orvane)) setupIdentity(ctx, orvane);
+  resumeSession(ctx, orvane);
   return orvane;
 }
 

@@ -27,9 +27,12 @@ void rememberLoginMode(Orvane& orvane, std::optional<KeycloakLoginMode> mode);
 /// library renews an expired one on its own.
 void setupIdentity(Context& ctx, Orvane& orvane);
 
-/// ctx.orvane(), with the session of an earlier login resumed. Without a remembered login mode
-/// there is no session to resume, and setting up the login layer would only make the first request
-/// start a browser login, so requests go out without a token instead.
+/// Resumes the session of an earlier login. Without a remembered login mode there is no session to
+/// resume, and setting up the login layer would only make the first request start a browser login,
+/// so requests go out without a token instead.
+void resumeSession(Context& ctx, Orvane& orvane);
+
+/// ctx.orvane(), with the session of an earlier login resumed (see resumeSession).
 Orvane& connectWithSession(Context& ctx);
 
 /// What `velora status` shows. Lifetimes are seconds from now, 0 once past, empty without a token.

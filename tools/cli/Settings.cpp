@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <charconv>
 #include <optional>
 
@@ -16,15 +17,31 @@ namespace {
 
 // The bundle identifier names the folders of the client's state under the XDG directories.
 constexpr const char* kBundleIdentifier = "velora-cli";
+// Where the sandbox's realm publishes its discovery document, below the endpoint.
+constexpr const char* kDiscoveryPath = "/realms/velora/.well-known/openid-configuration";
 CLI::Validator validatorFor(const SettingSpec& spec) {
   return CLI::Validator([check = spec.check](std::string& raw) { return check(raw); }, "", "");
 }
 
 std::atomic<bool> dropped{false};
 
-bool isHttpUrl(const std::string& raw) {
-  const std::string_view scheme = raw.starts_with("https://") ? "https://" : "http://";
-  return raw.starts_with(scheme) && raw.size() > scheme.size() && raw[scheme.size()] != '/';
+/// Why the library's URL parser refuses `text`, in the words of someone who typed it.
+std::string unparsableBecause(std::string_view text) {
+  const auto hex = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '%') {
+      if (i + 2 >= text.size() || !hex(text[i + 1]) || !hex(text[i + 2])) return "a '%' must start an escape such as %20";
+    } else if (!URL::parse(std::string(1, c))) {
+      // Alone, a character only fails when no URL may hold it unescaped.
+      return c == ' ' ? std::string("it contains a space") : "it contains '" + std::string(1, c) + "', which a URL cannot hold unescaped";
+    }
+  }
+  const auto authority = text.substr(text.find("://") + 3);
+  if (authority.starts_with('[') && authority.substr(0, authority.find('/')).find(']') == std::string_view::npos) {
+    return "the '[' of its IPv6 address is never closed";
+  }
+  return "its port is not a number from 0 to 65535";
 }
 
 /// The identity defaults as the library reads them from the host's information dictionary: below
@@ -41,7 +58,7 @@ AnyCodable keycloakConfig(const KeycloakEnvironment& defaults) {
 
 KeycloakEnvironment identityDefaults(const std::string& endpoint) {
   KeycloakEnvironment defaults;
-  defaults.discoverURL = endpoint + "/realms/velora/.well-known/openid-configuration";
+  defaults.discoverURL = endpoint + kDiscoveryPath;
   defaults.clientId = "velora-app";
   defaults.guestClientId = "velora-guest";
   defaults.guestSecretKey = "velora-guest-secret";
@@ -50,8 +67,19 @@ KeycloakEnvironment identityDefaults(const std::string& endpoint) {
   return defaults;
 }
 
+std::string urlProblem(std::string_view text) {
+  if (!text.starts_with("http://") && !text.starts_with("https://")) return "it does not start with http:// or https://";
+  const auto url = URL::parse(text);
+  if (!url) return unparsableBecause(text);
+  if (url->host().empty()) return "it names no host";
+  return {};
+}
+
 std::string checkDiscoverUrl(std::string& raw) {
-  if (!isHttpUrl(raw)) return "discover URL must be an http:// or https:// URL with a host, not '" + raw + "'";
+  if (const auto problem = urlProblem(raw); !problem.empty()) {
+    return "discover URL '" + raw + "' is not usable: " + problem +
+           "; give the identity server's discovery document, e.g. http://127.0.0.1:8080" + kDiscoveryPath;
+  }
   return {};
 }
 
@@ -69,7 +97,11 @@ std::string checkNotBlank(std::string& raw) {
 }
 
 std::string checkEndpoint(std::string& raw) {
-  if (!isHttpUrl(raw)) return "endpoint must be an http:// or https:// URL with a host, not '" + raw + "'";
+  std::string problem = urlProblem(raw);
+  if (problem.empty() && raw.find_first_of("?#") != std::string::npos) problem = "a base URL has no ?query or #fragment";
+  if (!problem.empty()) {
+    return "endpoint '" + raw + "' is not usable: " + problem + "; give the platform's base URL, e.g. http://127.0.0.1:8080";
+  }
   // Request paths are appended verbatim, so "https://host/" would produce "//api/...".
   while (raw.back() == '/') raw.pop_back();
   return {};
@@ -153,6 +185,20 @@ Orvane& connect(const Settings& settings, const CLI::App& app) {
   if (!endpointGiven && !environment) {
     // Checked here because the facade stops the process when it has no environment.
     throw UsageError("no platform endpoint; pass --endpoint URL or set VELORA_ENDPOINT");
+  }
+  // Given settings were checked as they were parsed; remembered ones may predate those checks,
+  // and the library would only say that some URL "couldn't be parsed".
+  if (!endpointGiven) {
+    std::string remembered = environment->sdkEndpoint;
+    if (auto problem = checkEndpoint(remembered); !problem.empty()) {
+      throw UsageError("the remembered " + problem + " (--endpoint URL replaces it)");
+    }
+  }
+  if (!isGiven(app, "--discover-url") && environment && environment->keycloakEnv && environment->keycloakEnv->discoverURL) {
+    std::string remembered = *environment->keycloakEnv->discoverURL;
+    if (auto problem = checkDiscoverUrl(remembered); !problem.empty()) {
+      throw UsageError("the remembered " + problem + " (--discover-url URL replaces it)");
+    }
   }
   if (endpointGiven || timeoutGiven || identityGiven) {
     // Starting from the remembered environment keeps what other commands stored in it.

@@ -50,6 +50,10 @@ struct SettingSpec {
   std::string (*check)(std::string& raw) = nullptr;
 };
 
+/// What keeps `text` from being a base URL the client can send requests below ("it names no
+/// host"), or "" when nothing does.
+std::string urlProblem(std::string_view text);
+
 std::string checkEndpoint(std::string& raw);
 std::string checkTimeout(std::string& raw);
 std::string checkDiscoverUrl(std::string& raw);
@@ -118,7 +122,8 @@ void installPlatform(const Settings& settings);
 bool diagnosticsDropped();
 
 /// The shared facade, after persisting the endpoint, time-out and identity settings that were given
-/// for this run. Throws UsageError when no endpoint was given and none is remembered.
+/// for this run. Throws UsageError when no endpoint was given and none is remembered, or when the
+/// remembered endpoint or discover URL is not a usable URL.
 Orvane& connect(const Settings& settings, const CLI::App& app);
 
 }  // namespace velora::cli

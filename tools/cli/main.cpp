@@ -3,11 +3,14 @@
 // Exit codes: 0 success, 1 the operation failed, 2 the command line or settings are unusable.
 
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include <velora/core/APIError.hpp>
 #include <velora/core/PlatformError.hpp>
 
 #include "Command.hpp"
+#include "Failure.hpp"
 #include "Secrets.hpp"
 
 namespace {
@@ -15,8 +18,9 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
-int fail(int code, const std::string& message) {
+int fail(int code, const std::string& message, const std::vector<std::string>& hints = {}) {
   std::cerr << "velora: " << velora::cli::maskSecrets(message) << '\n';
+  for (const auto& hint : hints) std::cerr << "velora: " << velora::cli::maskSecrets(hint) << '\n';
   // The library's errors are terse ("Unknown error occurred"); its diagnostics say what happened.
   if (velora::cli::diagnosticsDropped()) std::cerr << "velora: run again with --verbose for details\n";
   return code;
@@ -35,6 +39,7 @@ int main(int argc, char** argv) {
   addPlatformCommands(commands);
   addAuthCommands(commands);
   addItemCommands(commands);
+  addCallCommands(commands);
   addWatchCommands(commands);
   addLogCommands(commands);
 
@@ -55,12 +60,11 @@ int main(int argc, char** argv) {
   } catch (const UsageError& e) {
     return fail(kUsage, e.what());
   } catch (const velora::APIError& e) {
-    const auto& cause = e.responseMessage.trace;
-    return fail(kFailed, e.localizedDescription() + (cause ? ": " + *cause : std::string()) + " (code " +
-                             std::to_string(e.responseMessage.code) + ")");
+    const Failure failure = describeFailure(e, app);
+    return fail(kFailed, failure.message, failure.hints);
   } catch (const velora::PlatformError& e) {
-    // The identity server's refusals arrive here, its own description as the domain.
-    return fail(kFailed, e.domain + " (code " + std::to_string(e.code) + ")");
+    const Failure failure = describeFailure(e);
+    return fail(kFailed, failure.message, failure.hints);
   } catch (const std::exception& e) {
     return fail(kFailed, e.what());
   }
