@@ -81,7 +81,8 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// The shared instance, created on first use with Platform::getDefault().
   static Orvane& shared();
 
-  /// A separate instance on the given platform (tests, several environments in one process).
+  /// A separate instance on the given platform (tests, several environments in one process). Keep
+  /// it alive while the tasks and streams it returned still run.
   static std::shared_ptr<Orvane> make(Platform platform);
 
   Orvane(const Orvane&) = delete;
