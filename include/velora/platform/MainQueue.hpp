@@ -1,7 +1,9 @@
 #pragma once
 // The application's main queue: every callback of the library reaches the application here.
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -38,9 +40,11 @@ class RunLoop : public MainQueue {
   using Clock = std::chrono::steady_clock;
   std::function<void()> next(std::unique_lock<std::mutex>& lock);
 
+  static constexpr auto kSpin = std::chrono::microseconds(200);
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::multimap<Clock::time_point, std::function<void()>> work_;  // ordered by due time, then FIFO
+  std::atomic<std::uint64_t> posts_{0};
   std::thread::id runner_;
   bool stopped_ = false;
 };
