@@ -51,7 +51,7 @@ struct ORVSWidgetSectionEditableModel;
 struct ORVSWidgetSectionModel;
 struct ORVSWidgetGroupModel;
 
-namespace widgets_detail {
+namespace detail {
 using Text = std::optional<std::string>;
 using Flag = std::optional<bool>;
 using Number = std::optional<double>;
@@ -61,7 +61,7 @@ template <class T, class V>
 inline constexpr bool isAlternative = false;
 template <class T, class... A>
 inline constexpr bool isAlternative<T, std::variant<A...>> = (std::is_same_v<T, A> || ...);
-}  // namespace widgets_detail
+}  // namespace detail
 
 /// One component of any kind. A kind this library does not know decodes as UNSUPPORTED, which
 /// keeps the object as received so that posting the card back does not lose it.
@@ -84,7 +84,7 @@ class ORVSComponent {
       std::shared_ptr<ORVSWidgetSectionModel>, std::shared_ptr<ORVSWidgetGroupModel>, Unsupported>;
 
   template <class T>
-  static constexpr bool isCase = widgets_detail::isAlternative<T, Case>;
+  static constexpr bool isCase = detail::isAlternative<T, Case>;
 
   /// Wraps a record; throws std::invalid_argument for an empty pointer.
   template <class M>
@@ -139,37 +139,37 @@ using ORVSComponentList = std::vector<ORVSComponent>;
 // ---- Constraint records ----------------------------------------------------------------------
 
 struct ORVSDateContraintsModel {
-  widgets_detail::Text minDate, maxDate;
-  widgets_detail::Value weekdays;
+  detail::Text minDate, maxDate;
+  detail::Value weekdays;
 
   VELORA_RECORD(ORVSDateContraintsModel, minDate, maxDate, weekdays);
 };
 
 struct ORVSInputTextContraintsModel {
   std::optional<ORVSInputTextType> type;
-  widgets_detail::Text regex;
+  detail::Text regex;
   std::optional<int> maxLength;
 
   VELORA_RECORD(ORVSInputTextContraintsModel, type, regex, maxLength);
 };
 
 struct ORVSInputNumberContraintsModel {
-  widgets_detail::Flag positive;
-  widgets_detail::Number min, max, step;
+  detail::Flag positive;
+  detail::Number min, max, step;
 
   VELORA_RECORD(ORVSInputNumberContraintsModel, positive, min, max, step);
 };
 
 /// Where a time picker fetches its free slots: the date component it follows and the slot API.
 struct ORVSTimePickerSlotsModel {
-  widgets_detail::Text dateComponentId, slotApi;
+  detail::Text dateComponentId, slotApi;
 
   VELORA_RECORD(ORVSTimePickerSlotsModel, dateComponentId, slotApi);
 };
 
 struct ORVSTimePickerRangeModel {
-  widgets_detail::Text minTime, maxTime;
-  widgets_detail::Number timeStep;
+  detail::Text minTime, maxTime;
+  detail::Number timeStep;
 
   VELORA_RECORD(ORVSTimePickerRangeModel, minTime, maxTime, timeStep);
 };
@@ -182,15 +182,15 @@ struct ORVSTimePickerConstraintsModel {
 };
 
 struct ORVSSliderContraint {
-  widgets_detail::Number min, max, step;
-  widgets_detail::Flag percentage;
+  detail::Number min, max, step;
+  detail::Flag percentage;
 
   VELORA_RECORD(ORVSSliderContraint, min, max, step, percentage);
 };
 
 /// How many entries a selector lets the user pick.
 struct ORVSSelectorContraints {
-  widgets_detail::Number minValue, maxValue;
+  detail::Number minValue, maxValue;
 
   VELORA_RECORD(ORVSSelectorContraints, minValue, maxValue);
 };
@@ -199,8 +199,8 @@ struct ORVSSelectorContraints {
 
 struct ORVSButtonModel : ORVSComponentModel<ORVSButtonModel, ORVSComponentType::BUTTON> {
   std::optional<ORVSButtonStyle> buttonStyle;
-  widgets_detail::Text icon, iconLeft;
-  widgets_detail::Value action;
+  detail::Text icon, iconLeft;
+  detail::Value action;
 
   VELORA_FIELDS(ORVSButtonModel, buttonStyle, icon, iconLeft, action);
 };
@@ -208,8 +208,8 @@ struct ORVSButtonModel : ORVSComponentModel<ORVSButtonModel, ORVSComponentType::
 /// The single- and multi-date pickers share one shape.
 template <class Self, ORVSComponentType Kind>
 struct ORVSDatePickerFields : ORVSComponentModel<Self, Kind> {
-  widgets_detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon;
-  widgets_detail::Flag required;
+  detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon;
+  detail::Flag required;
   std::optional<ORVSDateContraintsModel> constraints;
 
   VELORA_FIELD_TABLE(ORVSDatePickerFields, placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon,
@@ -225,8 +225,8 @@ struct ORVSDatePickerMultiModel : ORVSDatePickerFields<ORVSDatePickerMultiModel,
 };
 
 struct ORVSInputTextModel : ORVSComponentModel<ORVSInputTextModel, ORVSComponentType::INPUT_TEXT> {
-  widgets_detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon, iconLeft;
-  widgets_detail::Flag required;
+  detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon, iconLeft;
+  detail::Flag required;
   std::optional<ORVSInputTextContraintsModel> constraints;
 
   VELORA_FIELDS(ORVSInputTextModel, placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon, iconLeft,
@@ -234,9 +234,9 @@ struct ORVSInputTextModel : ORVSComponentModel<ORVSInputTextModel, ORVSComponent
 };
 
 struct ORVSInputNumberModel : ORVSComponentModel<ORVSInputNumberModel, ORVSComponentType::INPUT_NUMBER> {
-  widgets_detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, helperRight, i18nHelperRight, info, i18nInfo,
+  detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, helperRight, i18nHelperRight, info, i18nInfo,
       icon, iconLeft;
-  widgets_detail::Flag required;
+  detail::Flag required;
   std::optional<ORVSInputNumberContraintsModel> constraints;
 
   VELORA_FIELDS(ORVSInputNumberModel, placeholder, i18nPlaceholder, helper, i18nHelper, helperRight, i18nHelperRight,
@@ -244,8 +244,8 @@ struct ORVSInputNumberModel : ORVSComponentModel<ORVSInputNumberModel, ORVSCompo
 };
 
 struct ORVSTimePickerModel : ORVSComponentModel<ORVSTimePickerModel, ORVSComponentType::TIMEPICKER> {
-  widgets_detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon;
-  widgets_detail::Flag required;
+  detail::Text placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon;
+  detail::Flag required;
   std::optional<ORVSTimePickerConstraintsModel> constraints;
 
   VELORA_FIELDS(ORVSTimePickerModel, placeholder, i18nPlaceholder, helper, i18nHelper, info, i18nInfo, icon, required,
@@ -253,9 +253,9 @@ struct ORVSTimePickerModel : ORVSComponentModel<ORVSTimePickerModel, ORVSCompone
 };
 
 struct ORVSSliderModel : ORVSComponentModel<ORVSSliderModel, ORVSComponentType::SLIDER> {
-  widgets_detail::Text lowText, i18nLowText, highText, i18nHighText, barColor;
-  widgets_detail::Flag barGradient, barHue, required;
-  widgets_detail::Value action;
+  detail::Text lowText, i18nLowText, highText, i18nHighText, barColor;
+  detail::Flag barGradient, barHue, required;
+  detail::Value action;
   std::optional<ORVSSliderContraint> constraints;
 
   VELORA_FIELDS(ORVSSliderModel, lowText, i18nLowText, highText, i18nHighText, barColor, barGradient, barHue, required,
@@ -263,7 +263,7 @@ struct ORVSSliderModel : ORVSComponentModel<ORVSSliderModel, ORVSComponentType::
 };
 
 struct ORVSSectionModel : ORVSComponentModel<ORVSSectionModel, ORVSComponentType::SECTION> {
-  widgets_detail::Flag completion;
+  detail::Flag completion;
   std::optional<ORVSComponentList> components;
 
   VELORA_FIELDS(ORVSSectionModel, completion, components);
@@ -272,21 +272,21 @@ struct ORVSSectionModel : ORVSComponentModel<ORVSSectionModel, ORVSComponentType
 struct ORVSFormModel : ORVSComponentModel<ORVSFormModel, ORVSComponentType::FORM> {
   std::optional<std::vector<std::shared_ptr<ORVSSectionModel>>> sections;
   std::optional<std::vector<std::shared_ptr<ORVSButtonModel>>> buttons;
-  widgets_detail::Flag submitOnChange, isRealTime;
+  detail::Flag submitOnChange, isRealTime;
 
   VELORA_FIELDS(ORVSFormModel, sections, buttons, submitOnChange, isRealTime);
 };
 
 struct ORVSStepModel : ORVSComponentModel<ORVSStepModel, ORVSComponentType::STEP> {
-  widgets_detail::Text description, i18nDescription;
-  widgets_detail::Flag validated, filled, mandatory;
+  detail::Text description, i18nDescription;
+  detail::Flag validated, filled, mandatory;
   std::shared_ptr<ORVSButtonModel> nextButton, backButton;
 
   VELORA_FIELDS(ORVSStepModel, description, i18nDescription, validated, filled, mandatory, nextButton, backButton);
 };
 
 struct ORVSStepperModel : ORVSComponentModel<ORVSStepperModel, ORVSComponentType::STEPPER> {
-  widgets_detail::Text description, i18nDescription;
+  detail::Text description, i18nDescription;
   std::shared_ptr<ORVSButtonModel> discardButton;
   std::optional<std::vector<std::shared_ptr<ORVSStepModel>>> steps;
 
@@ -294,71 +294,71 @@ struct ORVSStepperModel : ORVSComponentModel<ORVSStepperModel, ORVSComponentType
 };
 
 struct ORVSSelectorModel : ORVSComponentModel<ORVSSelectorModel, ORVSComponentType::SELECTOR> {
-  widgets_detail::Text helper, i18nHelper, info, i18nInfo, icon;
-  widgets_detail::Flag required;
-  widgets_detail::Value action;
+  detail::Text helper, i18nHelper, info, i18nInfo, icon;
+  detail::Flag required;
+  detail::Value action;
   std::optional<ORVSSelectorContraints> constraints;
 
   VELORA_FIELDS(ORVSSelectorModel, helper, i18nHelper, info, i18nInfo, icon, required, action, constraints);
 };
 
 struct ORVSGenericSelectorModel : ORVSComponentModel<ORVSGenericSelectorModel, ORVSComponentType::GENERIC_SELECTOR> {
-  widgets_detail::Text selectorIdentifier;
-  widgets_detail::Flag required;
+  detail::Text selectorIdentifier;
+  detail::Flag required;
   std::optional<ORVSSelectorContraints> constraints;
 
   VELORA_FIELDS(ORVSGenericSelectorModel, selectorIdentifier, required, constraints);
 };
 
 struct ORVSPageReferenceModel : ORVSComponentModel<ORVSPageReferenceModel, ORVSComponentType::PAGE_REFERENCE> {
-  widgets_detail::Text reference;
+  detail::Text reference;
 
   VELORA_FIELDS(ORVSPageReferenceModel, reference);
 };
 
 struct ORVSWidgetBlurModel : ORVSComponentModel<ORVSWidgetBlurModel, ORVSComponentType::WIDGET_BLUR> {
-  widgets_detail::Number radius;
-  widgets_detail::Text color, mainValue, i18nMainValue, subValueText, i18nSubValueText;
-  widgets_detail::Value subValue;
+  detail::Number radius;
+  detail::Text color, mainValue, i18nMainValue, subValueText, i18nSubValueText;
+  detail::Value subValue;
 
   VELORA_FIELDS(ORVSWidgetBlurModel, radius, color, mainValue, i18nMainValue, subValueText, i18nSubValueText, subValue);
 };
 
 struct ORVSWidgetRadialModel : ORVSComponentModel<ORVSWidgetRadialModel, ORVSComponentType::WIDGET_RADIAL> {
-  widgets_detail::Text lowText, i18nLowText, highText, i18nHighText, mainValue, i18nMainValue, subValueText,
+  detail::Text lowText, i18nLowText, highText, i18nHighText, mainValue, i18nMainValue, subValueText,
       i18nSubValueText, barColor;
-  widgets_detail::Flag barHue;
-  widgets_detail::Value subValue;
-  widgets_detail::Text error, i18nError;
-  widgets_detail::Value secondaryValue;
+  detail::Flag barHue;
+  detail::Value subValue;
+  detail::Text error, i18nError;
+  detail::Value secondaryValue;
 
   VELORA_FIELDS(ORVSWidgetRadialModel, lowText, i18nLowText, highText, i18nHighText, mainValue, i18nMainValue,
       subValueText, i18nSubValueText, barColor, barHue, subValue, error, i18nError, secondaryValue);
 };
 
 struct ORVSWidgetBlurRadialModel : ORVSComponentModel<ORVSWidgetBlurRadialModel, ORVSComponentType::WIDGET_BLUR_RADIAL> {
-  widgets_detail::Number radius;
-  widgets_detail::Text mainValue, i18nMainValue, subValueText, i18nSubValueText, barColor;
-  widgets_detail::Value subValue;
-  widgets_detail::Text error, i18nError;
+  detail::Number radius;
+  detail::Text mainValue, i18nMainValue, subValueText, i18nSubValueText, barColor;
+  detail::Value subValue;
+  detail::Text error, i18nError;
 
   VELORA_FIELDS(ORVSWidgetBlurRadialModel, radius, mainValue, i18nMainValue, subValueText, i18nSubValueText, barColor,
       subValue, error, i18nError);
 };
 
 struct ORVSWidgetVerticalModel : ORVSComponentModel<ORVSWidgetVerticalModel, ORVSComponentType::WIDGET_VERTICAL> {
-  widgets_detail::Number radius;
-  widgets_detail::Text barColor;
-  widgets_detail::Flag barHue;
-  widgets_detail::Value value1, value2;
+  detail::Number radius;
+  detail::Text barColor;
+  detail::Flag barHue;
+  detail::Value value1, value2;
 
   VELORA_FIELDS(ORVSWidgetVerticalModel, radius, barColor, barHue, value1, value2);
 };
 
 struct ORVSWidgetDoubleValueModel
     : ORVSComponentModel<ORVSWidgetDoubleValueModel, ORVSComponentType::WIDGET_DOUBLE_VALUE> {
-  widgets_detail::Number radius;
-  widgets_detail::Value value1, value2;
+  detail::Number radius;
+  detail::Value value1, value2;
 
   VELORA_FIELDS(ORVSWidgetDoubleValueModel, radius, value1, value2);
 };
@@ -367,7 +367,7 @@ struct ORVSWidgetSectionEditableModel
     : ORVSComponentModel<ORVSWidgetSectionEditableModel, ORVSComponentType::WIDGET_SECTION_EDITABLE> {
   std::optional<ORVSComponentList> components;
   std::optional<ORVSWidgetScrollDirection> scroll;
-  widgets_detail::Flag counter;
+  detail::Flag counter;
   std::shared_ptr<ORVSButtonModel> addButton, orderButton, manageButton, saveButton;
 
   VELORA_FIELDS(ORVSWidgetSectionEditableModel, components, scroll, counter, addButton, orderButton, manageButton,
@@ -377,15 +377,15 @@ struct ORVSWidgetSectionEditableModel
 struct ORVSWidgetSectionModel : ORVSComponentModel<ORVSWidgetSectionModel, ORVSComponentType::WIDGET_SECTION> {
   std::optional<ORVSComponentList> components;
   std::optional<ORVSWidgetScrollDirection> scroll;
-  widgets_detail::Flag counter;
-  widgets_detail::Text noElementsText, i18nNoElementsText, noElementsSubText, i18nNoElementsSubText;
+  detail::Flag counter;
+  detail::Text noElementsText, i18nNoElementsText, noElementsSubText, i18nNoElementsSubText;
 
   VELORA_FIELDS(ORVSWidgetSectionModel, components, scroll, counter, noElementsText, i18nNoElementsText,
       noElementsSubText, i18nNoElementsSubText);
 };
 
 struct ORVSWidgetGroupModel : ORVSComponentModel<ORVSWidgetGroupModel, ORVSComponentType::WIDGET_GROUP> {
-  widgets_detail::Number radius;
+  detail::Number radius;
   std::optional<std::vector<std::string>> icons;
 
   VELORA_FIELDS(ORVSWidgetGroupModel, radius, icons);
