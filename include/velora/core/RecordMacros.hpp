@@ -74,8 +74,8 @@
 #define VELORA_PP_IS_PAREN_CHECK(...) VELORA_PP_SECOND(__VA_ARGS__, 0, ~)
 
 /// `macro(data, x)` for each further argument x, separated by commas. A macro cannot call itself,
-/// so each step leaves the next one unexpanded and VELORA_PP_EXPAND rescans the text: 4^4 = 256
-/// rescans, hence at most 256 arguments.
+/// so each step leaves the next one unexpanded for the following rescan of VELORA_PP_EXPAND, whose
+/// nesting allows 342 arguments.
 #define VELORA_PP_FOR_EACH(macro, data, ...) \
   __VA_OPT__(VELORA_PP_EXPAND(VELORA_PP_FOR_EACH_STEP(macro, data, __VA_ARGS__)))
 #define VELORA_PP_FOR_EACH_STEP(macro, data, x, ...) \
