@@ -9,7 +9,7 @@
 #include <velora/core/Record.hpp>
 #include <velora/sse/EventSource.hpp>
 
-namespace velora::sse_detail {
+namespace velora::detail {
 
 template <class T>
 std::optional<T> decodeData(const std::optional<std::string>& data) {
@@ -55,4 +55,9 @@ inline EventHandler checkText(std::function<void(const std::string&)> callback) 
   };
 }
 
-}  // namespace velora::sse_detail
+}  // namespace velora::detail
+
+// The facade's stream operations still spell the former name of this namespace.
+namespace velora {
+namespace sse_detail = detail;
+}  // namespace velora

@@ -4,9 +4,11 @@
 
 #include <cmath>
 
+#include <velora/auth/KeycloakEnumerations.hpp>
 #include <velora/core/DeviceConfiguration.hpp>
 #include <velora/core/EnvironmentModel.hpp>
 #include <velora/core/ResponseMessage.hpp>
+#include <velora/sse/SSERecords.hpp>
 
 namespace velora {
 namespace {
@@ -65,6 +67,62 @@ TEST(Record, TolerantEnumerationsTakeTheLastCaseForUnknownText) {
   EXPECT_EQ(env.keycloakEnv->authMethod, KeycloakAuthenticationMethod::CUSTOM);
   EXPECT_EQ(env.quuppaEnv.bluetoothFreq, BLEFrequency::alwaysOn);
   EXPECT_EQ(*encode(env).find("keycloakEnv")->find("loginMode")->as<std::string>(), "BACKGROUND");
+}
+
+// Declared the way the library's records are, with each form an entry can take.
+VELORA_ENUM(Shade, light, (dark_blue, "dark-blue"), other);
+
+struct Swatch {
+  std::string name;
+  Shade shade = Shade::light;
+  std::optional<std::string> note;
+
+  VELORA_RECORD(Swatch, (name, "display-name"), shade, VELORA_NOT_CODED(note));
+};
+
+TEST(RecordDeclaration, EntriesChooseTheKeyAndWhetherTheMemberTravels) {
+  const std::pair<const char*, Swatch> decoded[] = {
+      {R"({"display-name":"a","shade":"dark-blue"})", {"a", Shade::dark_blue}},
+      {R"({"display-name":"b","shade":"light","note":"n"})", {"b", Shade::light}},
+      // A case's name is not its raw text; unknown text takes the last case.
+      {R"({"display-name":"c","shade":"dark_blue"})", {"c", Shade::other}},
+      {R"({"display-name":"d","shade":"navy"})", {"d", Shade::other}},
+  };
+  for (const auto& [json, expected] : decoded) EXPECT_EQ(decodeJSON<Swatch>(json), expected) << json;
+
+  try {
+    decodeJSON<Swatch>(R"({"name":"a","shade":"light"})");
+    ADD_FAILURE() << "decoded without its key";
+  } catch (const DecodingError& e) {
+    EXPECT_STREQ(e.what(), "$.display-name: required key is missing");
+  }
+  EXPECT_EQ(encodeJSON(Swatch{"e", Shade::dark_blue, "kept here"}), R"({"display-name":"e","shade":"dark-blue"})");
+  EXPECT_EQ(typeName<Swatch>(), "Swatch");
+}
+
+TEST(RecordDeclaration, AnItemsLocalisedNameNeverTravels) {
+  ItemControllable item;
+  item.i18nName = "Lampe";
+  EXPECT_FALSE(encode(item).find("i18nName"));
+  EXPECT_FALSE(decodeJSON<ItemControllable>(R"({"id":1,"logicName":"l","widgetName":"w","type":"LIGHT","i18nName":"x"})")
+                   .i18nName);
+}
+
+TEST(RecordDeclaration, EnumerationCasesKeepTheirWireTexts) {
+  const auto cases = std::tuple{
+      std::pair{KeycloakGrantType::device_code, "urn:ietf:params:oauth:grant-type:device_code"},
+      std::pair{KeycloakResponseType::idtoken_token, "id_token token"},
+      std::pair{KeycloakSubjectType::generic_public, "public"},
+      std::pair{KeycloakAlgorithm::RSA15, "RSA1_5"},
+      std::pair{KeycloakScope::microprofile_jwft, "microprofile-jwt"},
+      std::pair{SSEStreamTypeEvent::tagid, "TAGID_EVENT"},
+      std::pair{SSEWidgetEventsType::remove_all, "remove_all"},
+  };
+  const auto expectBothWays = [](auto value, std::string_view raw) {
+    EXPECT_EQ(rawValue(value), raw);
+    EXPECT_EQ(enumFromRaw<decltype(value)>(raw), value) << raw;
+  };
+  std::apply([&](const auto&... c) { (expectBothWays(c.first, c.second), ...); }, cases);
 }
 
 TEST(AnyCodable, ParsesAndPrintsEveryKind) {

@@ -7,7 +7,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include <velora/core/Date.hpp>
 #include <velora/core/Record.hpp>
@@ -77,13 +76,7 @@ struct BackgroundLoginParameters {
   /// True when an item existed and was deleted, or none existed.
   static bool removeFromKeychain(KeychainHelper& keychain = KeychainHelper::standard());
 
-  static constexpr std::string_view typeName = "BackgroundLoginParameters";
-  static constexpr auto fields() {
-    using T = BackgroundLoginParameters;
-    return std::tuple{field("username", &T::username), field("password", &T::password), field("expiration", &T::expiration),
-                      field("expirationDate", &T::expirationDate)};
-  }
-  friend bool operator==(const BackgroundLoginParameters&, const BackgroundLoginParameters&) = default;
+  VELORA_RECORD(BackgroundLoginParameters, username, password, expiration, expirationDate);
 };
 
 }  // namespace velora

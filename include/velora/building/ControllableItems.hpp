@@ -2,11 +2,9 @@
 // Building equipment a user may operate (doors, lights, blinds, thermostats, sensors), each with
 // the description of its controls so an application can draw them without knowing the device.
 
-#include <array>
 #include <memory>
 #include <optional>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <velora/core/Record.hpp>
@@ -16,41 +14,14 @@ namespace velora {
 
 class Orvane;
 
-#define VELORA_ITEM_CASE(E, name) EnumCase<E>{E::name, #name}
+VELORA_ENUM(ControllableElementType, GENERIC, DOOR, LIGHT, BLIND, WINDOW, ELEVATOR, TEMPERATURE, GREEN_LEAF, OCCUPANCY,
+    HUMIDITY, AIR_QUALITY, UNKNOWN);
 
-enum class ControllableElementType {
-  GENERIC, DOOR, LIGHT, BLIND, WINDOW, ELEVATOR, TEMPERATURE, GREEN_LEAF, OCCUPANCY, HUMIDITY, AIR_QUALITY, UNKNOWN
-};
-constexpr auto enumCases(ControllableElementType) {
-  using E = ControllableElementType;
-  return std::array{VELORA_ITEM_CASE(E, GENERIC),     VELORA_ITEM_CASE(E, DOOR),      VELORA_ITEM_CASE(E, LIGHT),
-                    VELORA_ITEM_CASE(E, BLIND),       VELORA_ITEM_CASE(E, WINDOW),    VELORA_ITEM_CASE(E, ELEVATOR),
-                    VELORA_ITEM_CASE(E, TEMPERATURE), VELORA_ITEM_CASE(E, GREEN_LEAF), VELORA_ITEM_CASE(E, OCCUPANCY),
-                    VELORA_ITEM_CASE(E, HUMIDITY),    VELORA_ITEM_CASE(E, AIR_QUALITY), VELORA_ITEM_CASE(E, UNKNOWN)};
-}
+VELORA_ENUM(ItemControlType, CTRL_BUTTON, CTRL_TOGGLE, CTRL_CHOICE, CTRL_SLIDER, CTRL_LABEL, UNKNOWN);
 
-enum class ItemControlType { CTRL_BUTTON, CTRL_TOGGLE, CTRL_CHOICE, CTRL_SLIDER, CTRL_LABEL, UNKNOWN };
-constexpr auto enumCases(ItemControlType) {
-  using E = ItemControlType;
-  return std::array{VELORA_ITEM_CASE(E, CTRL_BUTTON), VELORA_ITEM_CASE(E, CTRL_TOGGLE), VELORA_ITEM_CASE(E, CTRL_CHOICE),
-                    VELORA_ITEM_CASE(E, CTRL_SLIDER), VELORA_ITEM_CASE(E, CTRL_LABEL),  VELORA_ITEM_CASE(E, UNKNOWN)};
-}
+VELORA_ENUM(ItemControlChoiceType, CHECK_BOX, RADIO, SCENARIO, UNKNOWN);
 
-enum class ItemControlChoiceType { CHECK_BOX, RADIO, SCENARIO, UNKNOWN };
-constexpr auto enumCases(ItemControlChoiceType) {
-  using E = ItemControlChoiceType;
-  return std::array{VELORA_ITEM_CASE(E, CHECK_BOX), VELORA_ITEM_CASE(E, RADIO), VELORA_ITEM_CASE(E, SCENARIO),
-                    VELORA_ITEM_CASE(E, UNKNOWN)};
-}
-
-enum class DirectionalRectEdge { bottom, leading, top, trailing, unknown };
-constexpr auto enumCases(DirectionalRectEdge) {
-  using E = DirectionalRectEdge;
-  return std::array{VELORA_ITEM_CASE(E, bottom), VELORA_ITEM_CASE(E, leading), VELORA_ITEM_CASE(E, top),
-                    VELORA_ITEM_CASE(E, trailing), VELORA_ITEM_CASE(E, unknown)};
-}
-
-#undef VELORA_ITEM_CASE
+VELORA_ENUM(DirectionalRectEdge, bottom, leading, top, trailing, unknown);
 
 struct MobileIcon {
   std::string name;
@@ -59,13 +30,7 @@ struct MobileIcon {
   std::string lightPath;
   std::optional<std::string> darkPath;
 
-  static constexpr std::string_view typeName = "MobileIcon";
-  static constexpr auto fields() {
-    using T = MobileIcon;
-    return std::tuple{field("name", &T::name), field("alt", &T::alt), field("lightPath", &T::lightPath),
-                      field("darkPath", &T::darkPath)};
-  }
-  friend bool operator==(const MobileIcon&, const MobileIcon&) = default;
+  VELORA_RECORD(MobileIcon, name, alt, lightPath, darkPath);
 };
 
 /// Where an item sits in the building. The platform does not pin this shape down, so every
@@ -78,13 +43,7 @@ struct BuildingPositionModel {
   std::optional<int> roomId;
   std::optional<int> areaId;
 
-  static constexpr std::string_view typeName = "BuildingPositionModel";
-  static constexpr auto fields() {
-    using T = BuildingPositionModel;
-    return std::tuple{field("buildingId", &T::buildingId), field("buildingName", &T::buildingName), field("mapId", &T::mapId),
-                      field("level", &T::level),           field("roomId", &T::roomId),             field("areaId", &T::areaId)};
-  }
-  friend bool operator==(const BuildingPositionModel&, const BuildingPositionModel&) = default;
+  VELORA_RECORD(BuildingPositionModel, buildingId, buildingName, mapId, level, roomId, areaId);
 };
 
 /// A control's value. Every kind of value (on/off, a number, a choice) travels as text.
@@ -93,12 +52,7 @@ struct ItemCurrentValue {
   int id = 0;
   std::optional<std::string> value;
 
-  static constexpr std::string_view typeName = "ItemCurrentValue";
-  static constexpr auto fields() {
-    using T = ItemCurrentValue;
-    return std::tuple{field("id", &T::id), field("value", &T::value)};
-  }
-  friend bool operator==(const ItemCurrentValue&, const ItemCurrentValue&) = default;
+  VELORA_RECORD(ItemCurrentValue, id, value);
 };
 
 struct ItemChoiceOption {
@@ -108,13 +62,7 @@ struct ItemChoiceOption {
   std::string optionValue;
   std::optional<MobileIcon> optionIcon;
 
-  static constexpr std::string_view typeName = "ItemChoiceOption";
-  static constexpr auto fields() {
-    using T = ItemChoiceOption;
-    return std::tuple{field("name", &T::name), field("i18nName", &T::i18nName), field("optionValue", &T::optionValue),
-                      field("optionIcon", &T::optionIcon)};
-  }
-  friend bool operator==(const ItemChoiceOption&, const ItemChoiceOption&) = default;
+  VELORA_RECORD(ItemChoiceOption, name, i18nName, optionValue, optionIcon);
 };
 
 /// One control of an item. Shared by reference: the view that draws it and the library see the
@@ -157,30 +105,13 @@ class ItemControl {
     bound_ = true;
   }
 
-  static constexpr std::string_view typeName = "ItemControl";
-  static constexpr auto fields() {
-    using T = ItemControl;
-    return std::tuple{field("name", &T::name),
-                      field("i18nName", &T::i18nName),
-                      field("type", &T::type),
-                      field("currentValue", &T::currentValue_),
-                      field("buttonValue", &T::buttonValue),
-                      field("buttonIcon", &T::buttonIcon),
-                      field("buttonIconPlacement", &T::buttonIconPlacement),
-                      field("toggleOnValue", &T::toggleOnValue),
-                      field("toggleOnIcon", &T::toggleOnIcon),
-                      field("toggleOffValue", &T::toggleOffValue),
-                      field("toggleOffIcon", &T::toggleOffIcon),
-                      field("labelIcon", &T::labelIcon),
-                      field("labelIconPlacement", &T::labelIconPlacement),
-                      field("choiceType", &T::choiceType),
-                      field("choiceOptions", &T::choiceOptions),
-                      field("max", &T::max),
-                      field("min", &T::min),
-                      field("step", &T::step),
-                      field("sliderMaxIcon", &T::sliderMaxIcon),
-                      field("sliderMinIcon", &T::sliderMinIcon)};
-  }
+  VELORA_FIELDS(ItemControl, name, i18nName, type, (currentValue_, "currentValue"), buttonValue, buttonIcon,
+      buttonIconPlacement, toggleOnValue, toggleOnIcon, toggleOffValue, toggleOffIcon, labelIcon, labelIconPlacement,
+      choiceType, choiceOptions, max, min, step, sliderMaxIcon, sliderMinIcon);
+  /// The current value is private so that every assignment is sent; private members keep the
+  /// record layer from counting the members of this class.
+  static constexpr bool uncountedMembers = true;
+
   /// Compares what the server sent; the binding to a facade is not part of the value.
   friend bool operator==(const ItemControl& a, const ItemControl& b) { return encode(a) == encode(b); }
 
@@ -203,19 +134,8 @@ struct ItemControllable {
   /// Localised display name, filled by the application; never read from or written to JSON.
   std::optional<std::string> i18nName;
 
-  static constexpr std::string_view typeName = "ItemControllable";
-  static constexpr auto fields() {
-    using T = ItemControllable;
-    return std::tuple{field("id", &T::id),
-                      field("logicName", &T::logicName),
-                      field("widgetName", &T::widgetName),
-                      field("name", &T::name),
-                      field("type", &T::type),
-                      field("position", &T::position),
-                      field("buildingPositionList", &T::buildingPositionList),
-                      field("icon", &T::icon),
-                      field("controls", &T::controls)};
-  }
+  VELORA_FIELDS(ItemControllable, id, logicName, widgetName, name, type, position, buildingPositionList, icon,
+      controls, VELORA_NOT_CODED(i18nName));
   friend bool operator==(const ItemControllable& a, const ItemControllable& b) { return encode(a) == encode(b); }
 };
 
@@ -225,9 +145,7 @@ void bindControls(std::vector<ItemControllable>& items, const std::weak_ptr<Orva
 struct Control {
   std::string id;
 
-  static constexpr std::string_view typeName = "Control";
-  static constexpr auto fields() { return std::tuple{field("id", &Control::id)}; }
-  friend bool operator==(const Control&, const Control&) = default;
+  VELORA_RECORD(Control, id);
 };
 
 struct ItemControllableFilter {
@@ -242,23 +160,14 @@ struct ItemControllableFilter {
   std::vector<std::string> widgetNames;
   std::optional<std::vector<ControllableElementType>> types;
 
-  static constexpr std::string_view typeName = "ItemControllableFilter";
-  static constexpr auto fields() {
-    using T = ItemControllableFilter;
-    return std::tuple{field("logicName", &T::logicName),     field("areaId", &T::areaId), field("roomId", &T::roomId),
-                      field("mapId", &T::mapId),             field("referencePoint", &T::referencePoint),
-                      field("radius", &T::radius),           field("hasPosition", &T::hasPosition),
-                      field("widgetNames", &T::widgetNames), field("types", &T::types)};
-  }
-  friend bool operator==(const ItemControllableFilter&, const ItemControllableFilter&) = default;
+  VELORA_RECORD(ItemControllableFilter, logicName, areaId, roomId, mapId, referencePoint, radius, hasPosition,
+      widgetNames, types);
 };
 
 struct ItemControllableRequest {
   std::optional<ItemControllableFilter> filter;
 
-  static constexpr std::string_view typeName = "ItemControllableRequest";
-  static constexpr auto fields() { return std::tuple{field("filter", &ItemControllableRequest::filter)}; }
-  friend bool operator==(const ItemControllableRequest&, const ItemControllableRequest&) = default;
+  VELORA_RECORD(ItemControllableRequest, filter);
 };
 
 }  // namespace velora

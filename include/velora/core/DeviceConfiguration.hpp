@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include <velora/core/Record.hpp>
 
@@ -15,12 +14,7 @@ struct NetworkRequestConfiguration {
   std::string uuid;
   std::optional<std::string> tagid;
 
-  static constexpr std::string_view typeName = "NetworkRequestConfiguration";
-  static constexpr auto fields() {
-    using T = NetworkRequestConfiguration;
-    return std::tuple{field("appId", &T::appId), field("uuid", &T::uuid), field("tagid", &T::tagid)};
-  }
-  friend bool operator==(const NetworkRequestConfiguration&, const NetworkRequestConfiguration&) = default;
+  VELORA_RECORD(NetworkRequestConfiguration, appId, uuid, tagid);
 };
 
 /// iBeacon identity for third-party sensors.
@@ -30,13 +24,7 @@ struct EnlightedConfig {
   std::int64_t minor = 0;
   std::int64_t measuredPower = 0;
 
-  static constexpr std::string_view typeName = "EnlightedConfig";
-  static constexpr auto fields() {
-    using T = EnlightedConfig;
-    return std::tuple{field("uuid", &T::uuid), field("major", &T::major), field("minor", &T::minor),
-                      field("measuredPower", &T::measuredPower)};
-  }
-  friend bool operator==(const EnlightedConfig&, const EnlightedConfig&) = default;
+  VELORA_RECORD(EnlightedConfig, uuid, major, minor, measuredPower);
 };
 
 /// The advertising configuration assigned to this installation.
@@ -48,13 +36,7 @@ struct NetworkResponseIOSConfiguration {
   std::optional<double> tOFF;
   std::optional<EnlightedConfig> enlightedConfig;
 
-  static constexpr std::string_view typeName = "NetworkResponseIOSConfiguration";
-  static constexpr auto fields() {
-    using T = NetworkResponseIOSConfiguration;
-    return std::tuple{field("tagid", &T::tagid), field("byte1", &T::byte1), field("byte2", &T::byte2),
-                      field("tON", &T::tON), field("tOFF", &T::tOFF), field("enlightedConfig", &T::enlightedConfig)};
-  }
-  friend bool operator==(const NetworkResponseIOSConfiguration&, const NetworkResponseIOSConfiguration&) = default;
+  VELORA_RECORD(NetworkResponseIOSConfiguration, tagid, byte1, byte2, tON, tOFF, enlightedConfig);
 };
 
 struct NetworkResponseConfiguration {
@@ -63,13 +45,7 @@ struct NetworkResponseConfiguration {
   std::optional<std::string> pushToken;
   NetworkResponseIOSConfiguration iosadvConf;
 
-  static constexpr std::string_view typeName = "NetworkResponseConfiguration";
-  static constexpr auto fields() {
-    using T = NetworkResponseConfiguration;
-    return std::tuple{field("appId", &T::appId), field("uuid", &T::uuid), field("pushToken", &T::pushToken),
-                      field("iosadvConf", &T::iosadvConf)};
-  }
-  friend bool operator==(const NetworkResponseConfiguration&, const NetworkResponseConfiguration&) = default;
+  VELORA_RECORD(NetworkResponseConfiguration, appId, uuid, pushToken, iosadvConf);
 };
 
 }  // namespace velora

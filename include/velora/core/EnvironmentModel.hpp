@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include <velora/auth/KeycloakLoginModes.hpp>
 #include <velora/beacon/BLEFrequency.hpp>
@@ -23,15 +22,8 @@ struct KeycloakEnvironment {
   /// OpenID Connect discovery document URL.
   std::optional<std::string> discoverURL;
 
-  static constexpr std::string_view typeName = "KeycloakEnvironment";
-  static constexpr auto fields() {
-    using T = KeycloakEnvironment;
-    return std::tuple{field("authMethod", &T::authMethod), field("loginMode", &T::loginMode),
-                      field("clientId", &T::clientId), field("guestClientId", &T::guestClientId),
-                      field("guestSecretKey", &T::guestSecretKey), field("redirectURI", &T::redirectURI),
-                      field("discoverURL", &T::discoverURL)};
-  }
-  friend bool operator==(const KeycloakEnvironment&, const KeycloakEnvironment&) = default;
+  VELORA_RECORD(KeycloakEnvironment, authMethod, loginMode, clientId, guestClientId, guestSecretKey, redirectURI,
+      discoverURL);
 };
 
 /// Tag-advertising settings: duty cycle and the two identity bytes of the tag.
@@ -40,12 +32,7 @@ struct QuuppaConfig {
   std::uint8_t byte0 = 0;
   std::uint8_t byte1 = 0;
 
-  static constexpr std::string_view typeName = "QuuppaConfig";
-  static constexpr auto fields() {
-    using T = QuuppaConfig;
-    return std::tuple{field("bluetoothFreq", &T::bluetoothFreq), field("byte0", &T::byte0), field("byte1", &T::byte1)};
-  }
-  friend bool operator==(const QuuppaConfig&, const QuuppaConfig&) = default;
+  VELORA_RECORD(QuuppaConfig, bluetoothFreq, byte0, byte1);
 };
 
 struct EnvironmentModel {
@@ -61,21 +48,15 @@ struct EnvironmentModel {
                    QuuppaConfig quuppaEnv = {})
       : sdkEndpoint(std::move(endpoint)), timeout(timeout), keycloakEnv(std::move(keycloakEnv)), quuppaEnv(quuppaEnv) {}
 
-  static constexpr std::string_view typeName = "EnvironmentModel";
-  static constexpr auto fields() {
-    using T = EnvironmentModel;
-    return std::tuple{field("sdkEndpoint", &T::sdkEndpoint), field("timeout", &T::timeout),
-                      field("keycloakEnv", &T::keycloakEnv), field("quuppaEnv", &T::quuppaEnv)};
-  }
-  friend bool operator==(const EnvironmentModel&, const EnvironmentModel&) = default;
+  VELORA_RECORD(EnvironmentModel, sdkEndpoint, timeout, keycloakEnv, quuppaEnv);
+  /// The constructors keep the record layer from counting the members of this class.
+  static constexpr bool uncountedMembers = true;
 };
 
 struct SDKCredentialsModel {
   std::optional<std::string> token;
 
-  static constexpr std::string_view typeName = "SDKCredentialsModel";
-  static constexpr auto fields() { return std::tuple{field("token", &SDKCredentialsModel::token)}; }
-  friend bool operator==(const SDKCredentialsModel&, const SDKCredentialsModel&) = default;
+  VELORA_RECORD(SDKCredentialsModel, token);
 };
 
 }  // namespace velora

@@ -2,7 +2,6 @@
 // Platform-login records: a login against the platform itself rather than the identity server.
 
 #include <string>
-#include <tuple>
 
 #include <velora/core/Record.hpp>
 
@@ -12,11 +11,7 @@ struct NetworkRequestGuestLogin {
   std::string sdkKey;
   std::string sdkSecret;
 
-  static constexpr std::string_view typeName = "NetworkRequestGuestLogin";
-  static constexpr auto fields() {
-    return std::tuple{field("sdkKey", &NetworkRequestGuestLogin::sdkKey), field("sdkSecret", &NetworkRequestGuestLogin::sdkSecret)};
-  }
-  friend bool operator==(const NetworkRequestGuestLogin&, const NetworkRequestGuestLogin&) = default;
+  VELORA_RECORD(NetworkRequestGuestLogin, sdkKey, sdkSecret);
 };
 
 struct NetworkResponseLogin {
@@ -27,13 +22,7 @@ struct NetworkResponseLogin {
   /// Expiry in milliseconds since 1970-01-01T00:00:00Z.
   double expiryTsMs = 0;
 
-  static constexpr std::string_view typeName = "NetworkResponseLogin";
-  static constexpr auto fields() {
-    using T = NetworkResponseLogin;
-    return std::tuple{field("headerParam", &T::headerParam), field("headerValuePrefix", &T::headerValuePrefix),
-                      field("token", &T::token), field("expiryTsMs", &T::expiryTsMs)};
-  }
-  friend bool operator==(const NetworkResponseLogin&, const NetworkResponseLogin&) = default;
+  VELORA_RECORD(NetworkResponseLogin, headerParam, headerValuePrefix, token, expiryTsMs);
 };
 
 }  // namespace velora

@@ -1,17 +1,22 @@
 #pragma once
-// The record layer. A record declares its JSON shape once, as a table of (key, member) pairs:
+// The record layer. A record declares its JSON shape once, after its members:
 //
-//   struct SDKCredentialsModel {
-//     std::optional<std::string> token;
-//     static constexpr std::string_view typeName = "SDKCredentialsModel";
-//     static constexpr auto fields() { return std::tuple{field("token", &SDKCredentialsModel::token)}; }
-//     friend bool operator==(const SDKCredentialsModel&, const SDKCredentialsModel&) = default;
+//   struct Badge {
+//     std::string holder;
+//     std::optional<int> floor;
+//     std::optional<std::string> note;  // the application's own, never sent
+//     VELORA_RECORD(Badge, holder, (floor, "floor-level"), VELORA_NOT_CODED(note));
 //   };
 //
-// and encode/decode follow from it: absent optionals are left out, `null` reads as absent, every
-// other key is required, and a failure names the JSON path of the offending value.
-// A text-backed enumeration declares its cases once with `enumCases` (found by argument-dependent
-// look-up) and decodes tolerantly: the first case with that raw text, else the last declared case.
+// which defines `typeName` ("Badge"), the field table `fields()` (each key is the member's name
+// unless given) and the member-wise `operator==`; VELORA_FIELDS leaves the equality to the record.
+// Each non-static data member is named once, so adding a member without declaring it stops the
+// build. encode/decode follow from the table: absent optionals are left out, `null` reads as
+// absent, every other key is required, and a failure names the JSON path of the offending value.
+//
+// A text-backed enumeration declares its cases with their raw texts, `VELORA_ENUM(Lock, open,
+// (closed, "CLOSED"), unknown);`, and decodes tolerantly: the first case with that raw text, else
+// the last declared case.
 
 #include <array>
 #include <chrono>
@@ -27,10 +32,12 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <velora/core/AnyCodable.hpp>
 #include <velora/core/Date.hpp>
+#include <velora/core/RecordMacros.hpp>
 
 namespace velora {
 
@@ -63,6 +70,106 @@ struct EnumCase {
 
 template <class T>
 concept Record = requires { T::fields(); };
+
+namespace detail {
+
+/// The key VELORA_NOT_CODED gives a member that never travels.
+struct NotCoded {};
+inline constexpr NotCoded notCoded{};
+
+template <class R, class M>
+struct NotCodedMember {
+  M R::*member;
+};
+
+/// One entry of a record's declaration.
+template <class R, class M>
+constexpr Field<R, M> entry(std::string_view key, M R::*member) { return field(key, member); }
+template <class R, class M>
+constexpr NotCodedMember<R, M> entry(NotCoded, M R::*member) { return {member}; }
+
+/// Converts to anything, so `R{AnyMember{}, ...}` compiles as long as there are no more values than
+/// R has aggregate elements. Only ever named in unevaluated code.
+struct AnyMember {
+  template <class T>
+  operator T() const;
+};
+template <std::size_t>
+using AnyMemberAt = AnyMember;
+
+template <class R, std::size_t... I>
+constexpr bool bracesFit(std::index_sequence<I...>) { return requires { R{AnyMemberAt<I>{}...}; }; }
+
+/// Whether the aggregate R has exactly N elements (its direct bases, then its non-static data
+/// members): N values initialise it and N + 1 are too many.
+template <class R, std::size_t N>
+constexpr bool hasAggregateElements() {
+  return bracesFit<R>(std::make_index_sequence<N>{}) && !bracesFit<R>(std::make_index_sequence<N + 1>{});
+}
+
+/// A record whose JSON object also holds fields its base declares inherits a public static
+/// `withBaseFields(own...)` that puts those in front of its own; that base is then the record's one
+/// aggregate element besides its members.
+template <class R>
+concept ExtendsRecord = requires { R::withBaseFields(); };
+
+template <class A, class B>
+constexpr bool sameMember(const A& a, const B& b) {
+  if constexpr (std::is_same_v<decltype(a.member), decltype(b.member)>) {
+    return a.member == b.member;
+  } else {
+    return false;
+  }
+}
+
+template <class A, class... E>
+constexpr std::size_t timesNamed(const A& a, const E&... entries) {
+  return (std::size_t{sameMember(a, entries)} + ...);
+}
+
+/// Whether `declared` names each non-static data member of R once. Members of a non-aggregate
+/// cannot be counted, only checked for repeats; such a record says so with
+/// `static constexpr bool uncountedMembers = true;` next to the reason.
+template <class R, class... E>
+constexpr bool declaresEachMemberOnce(const E&... declared) {
+  const bool noRepeats = ((timesNamed(declared, declared...) == 1) && ...);
+  if constexpr (std::is_aggregate_v<R>) {
+    static_assert(!requires { R::uncountedMembers; }, "the members of an aggregate record are counted");
+    return noRepeats && hasAggregateElements<R, std::size_t{ExtendsRecord<R>} + sizeof...(E)>();
+  } else {
+    static_assert(requires { requires R::uncountedMembers; },
+                  "a record that is not an aggregate declares `static constexpr bool uncountedMembers = true;`");
+    return noRepeats;
+  }
+}
+
+template <class E>
+inline constexpr bool isNotCoded = false;
+template <class R, class M>
+inline constexpr bool isNotCoded<NotCodedMember<R, M>> = true;
+
+template <class E>
+constexpr auto codedOnly(const E& e) {
+  if constexpr (isNotCoded<E>) {
+    return std::tuple<>{};
+  } else {
+    return std::tuple<E>{e};
+  }
+}
+
+/// The field table of R: its coded entries, behind its base's fields when it extends a record.
+template <class R, class... E>
+constexpr auto codedFields(const E&... declared) {
+  if constexpr ((isNotCoded<E> || ...)) {
+    return std::apply([](const auto&... f) { return codedFields<R>(f...); }, std::tuple_cat(codedOnly(declared)...));
+  } else if constexpr (ExtendsRecord<R>) {
+    return R::withBaseFields(declared...);
+  } else {
+    return std::tuple<E...>{declared...};
+  }
+}
+
+}  // namespace detail
 
 template <class E>
 concept TolerantEnum = std::is_enum_v<E> && requires(E e) { enumCases(e); };

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include <velora/core/AnyCodable.hpp>
 #include <velora/core/Record.hpp>
@@ -19,14 +18,7 @@ struct ResponseMessageAlert {
   std::string description;
   std::optional<std::string> i18nDescription;
 
-  static constexpr std::string_view typeName = "ResponseMessageAlert";
-  static constexpr auto fields() {
-    using T = ResponseMessageAlert;
-    return std::tuple{field("code", &T::code), field("icon", &T::icon), field("title", &T::title),
-                      field("i18nTitle", &T::i18nTitle), field("description", &T::description),
-                      field("i18nDescription", &T::i18nDescription)};
-  }
-  friend bool operator==(const ResponseMessageAlert&, const ResponseMessageAlert&) = default;
+  VELORA_RECORD(ResponseMessageAlert, code, icon, title, i18nTitle, description, i18nDescription);
 };
 
 struct ResponseMessage {
@@ -54,13 +46,9 @@ struct ResponseMessage {
     return decode<T>(*payload);
   }
 
-  static constexpr std::string_view typeName = "ResponseMessage";
-  static constexpr auto fields() {
-    using T = ResponseMessage;
-    return std::tuple{field("code", &T::code), field("message", &T::message), field("trace", &T::trace),
-                      field("alert", &T::alert), field("payload", &T::payload)};
-  }
-  friend bool operator==(const ResponseMessage&, const ResponseMessage&) = default;
+  VELORA_RECORD(ResponseMessage, code, message, trace, alert, payload);
+  /// The constructors keep the record layer from counting the members of this class.
+  static constexpr bool uncountedMembers = true;
 };
 
 }  // namespace velora

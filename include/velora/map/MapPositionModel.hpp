@@ -3,7 +3,6 @@
 
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include <velora/core/Record.hpp>
 
@@ -19,15 +18,8 @@ struct MapPositionModel {
   std::optional<int> level;
   std::optional<std::string> data;
 
-  static constexpr std::string_view typeName = "MapPositionModel";
   // The page compares encoded positions as text, so the key order is fixed.
-  static constexpr auto fields() {
-    using T = MapPositionModel;
-    return std::tuple{field("mapId", &T::mapId), field("tagid", &T::tagid), field("roomId", &T::roomId),
-                      field("areaId", &T::areaId), field("x", &T::x),         field("y", &T::y),
-                      field("data", &T::data),     field("level", &T::level)};
-  }
-  friend bool operator==(const MapPositionModel&, const MapPositionModel&) = default;
+  VELORA_RECORD(MapPositionModel, mapId, tagid, roomId, areaId, x, y, data, level);
 };
 
 }  // namespace velora

@@ -3,7 +3,6 @@
 
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include <velora/core/Record.hpp>
 
@@ -14,12 +13,7 @@ struct ORVRegion {
   std::optional<std::string> name;
   std::optional<int> mapId;
 
-  static constexpr std::string_view typeName = "ORVRegion";
-  static constexpr auto fields() {
-    using T = ORVRegion;
-    return std::tuple{field("id", &T::id), field("name", &T::name), field("mapId", &T::mapId)};
-  }
-  friend bool operator==(const ORVRegion&, const ORVRegion&) = default;
+  VELORA_RECORD(ORVRegion, id, name, mapId);
 };
 
 }  // namespace velora

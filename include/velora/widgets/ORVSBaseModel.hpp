@@ -126,18 +126,18 @@ class ORVSBaseModel {
   /// Tells the observers that the field with JSON key `fieldName` changed.
   void notifyChanged(std::string_view fieldName) const;
 
-  /// Sets one of the shared fields, for code that only knows a component through its base.
-  /// Returns whether the value changed (and observers were told).
-  template <class M>
-  bool set(M ORVSBaseModel::*member, std::type_identity_t<M> newValue) {
-    return assign(this->*member, std::move(newValue), detail::keyOf(baseFields(), member));
-  }
-
   /// The JSON keys of the shared fields; every record's own table starts with these.
   static constexpr auto baseFields() {
     using T = ORVSBaseModel;
     return std::tuple{field("type", &T::type), field("componentId", &T::componentId), field("enabled", &T::enabled),
                       field("name", &T::name),  field("i18n", &T::i18n),               field("value", &T::value)};
+  }
+
+  /// Sets one of the shared fields, for code that only knows a component through its base.
+  /// Returns whether the value changed (and observers were told).
+  template <class M>
+  bool set(M ORVSBaseModel::*member, std::type_identity_t<M> newValue) {
+    return assign(this->*member, std::move(newValue), detail::keyOf(baseFields(), member));
   }
 
  protected:
@@ -186,9 +186,9 @@ class ORVSComponentModel : public ORVSBaseModel {
                       Derived::fields());
   }
 
- protected:
   /// The shared fields followed by `own`, all keyed on Derived as the record layer expects (own
-  /// fields may be declared on an intermediate base).
+  /// fields may be declared on an intermediate base). The record layer calls it for every record
+  /// declared on top of this class.
   template <class... Own>
   static constexpr auto withBaseFields(Own... own) {
     auto shared = std::apply([](auto... f) { return std::tuple{rebase(f)...}; }, ORVSBaseModel::baseFields());
