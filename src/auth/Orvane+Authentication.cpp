@@ -19,7 +19,7 @@ struct GetLoginParameters {
     if (!credentials.storeToKeychain(facade.keychain())) throw APIError::requestFailed("Unable to store credentials to keychain");
   }
   static std::string successMessage(const std::string& url) { return url + " completed successfully"; }
-  static constexpr auto fields() { return std::tuple{field("from", &GetLoginParameters::from)}; }
+  VELORA_FIELDS(GetLoginParameters, from);
 };
 VELORA_REGISTER_OPERATION(GetLoginParameters);
 

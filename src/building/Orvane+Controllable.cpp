@@ -15,7 +15,7 @@ struct GetControllableItems {
   ItemControllableRequest body(const Orvane&) const { return {filter}; }
   /// Setting a returned control's value then sends it through this facade.
   static void afterDecode(Reply& items, Orvane& facade) { bindControls(items, facade.weak_from_this()); }
-  static constexpr auto fields() { return std::tuple{field("filter", &GetControllableItems::filter)}; }
+  VELORA_FIELDS(GetControllableItems, filter);
 };
 VELORA_REGISTER_OPERATION(GetControllableItems);
 
@@ -25,7 +25,7 @@ struct SetControllableItem {
   static constexpr OperationInfo info{"setControllableItem", "POST", "/api/v1/item/set"};
   using Reply = ItemCurrentValue;
   const ItemCurrentValue& body(const Orvane&) const { return control; }
-  static constexpr auto fields() { return std::tuple{field("control", &SetControllableItem::control)}; }
+  VELORA_FIELDS(SetControllableItem, control);
 };
 VELORA_REGISTER_OPERATION(SetControllableItem);
 

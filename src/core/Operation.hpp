@@ -8,7 +8,7 @@
 //     using Reply = std::vector<ItemControllable>;
 //     ItemControllableRequest body(const Orvane&) const { return {filter}; }
 //     static void afterDecode(Reply& items, Orvane& facade) { bindControls(items, facade.weak_from_this()); }
-//     static constexpr auto fields() { return std::tuple{field("filter", &GetControllableItems::filter)}; }
+//     VELORA_FIELDS(GetControllableItems, filter);
 //   };
 //   VELORA_REGISTER_OPERATION(GetControllableItems);
 //

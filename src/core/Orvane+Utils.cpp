@@ -16,7 +16,7 @@ bool isAbsolute(const std::string& path) {
 struct CheckConnection {
   static constexpr OperationInfo info{"checkConnection", "GET", "/api/v1/public/diagnostic/check"};
   using Reply = ResponseMessage;
-  static constexpr auto fields() { return std::tuple{}; }
+  VELORA_FIELDS(CheckConnection);
 };
 VELORA_REGISTER_OPERATION(CheckConnection);
 
@@ -32,7 +32,7 @@ struct GetConfiguration {
   static constexpr OperationInfo info{"getConfiguration", "POST", "/api/v1/device/ios/conf"};
   using Reply = NetworkResponseConfiguration;
   NetworkRequestConfiguration body(const Orvane& facade) const { return configurationBody(facade, tagid); }
-  static constexpr auto fields() { return std::tuple{field("tagid", &GetConfiguration::tagid)}; }
+  VELORA_FIELDS(GetConfiguration, tagid);
 };
 VELORA_REGISTER_OPERATION(GetConfiguration);
 
@@ -41,7 +41,7 @@ struct GetOrCreateConfiguration {
   static constexpr OperationInfo info{"getOrCreateConfiguration", "POST", "/api/v1/device/ios/conf"};
   using Reply = NetworkResponseConfiguration;
   NetworkRequestConfiguration body(const Orvane& facade) const { return configurationBody(facade, tagid); }
-  static constexpr auto fields() { return std::tuple{field("tagid", &GetOrCreateConfiguration::tagid)}; }
+  VELORA_FIELDS(GetOrCreateConfiguration, tagid);
 };
 VELORA_REGISTER_OPERATION(GetOrCreateConfiguration);
 
@@ -61,9 +61,7 @@ struct DownloadSdkImage {
     if (auto image = SdkImage::decode(Bytes(response.body.begin(), response.body.end()))) return std::move(*image);
     throw APIError(ResponseMessage(-27000, "downloadSdkImage Unknown error occurred."));
   }
-  static constexpr auto fields() {
-    return std::tuple{field("path", &DownloadSdkImage::path), field("publicFlag", &DownloadSdkImage::publicFlag)};
-  }
+  VELORA_FIELDS(DownloadSdkImage, path, publicFlag);
 };
 VELORA_REGISTER_OPERATION(DownloadSdkImage);
 
@@ -79,7 +77,7 @@ struct FetchResource {
     if (!url) throw APIError::invalidData();
     return {url->absoluteString(), RequestAccess::none};
   }
-  static constexpr auto fields() { return std::tuple{field("path", &FetchResource::path)}; }
+  VELORA_FIELDS(FetchResource, path);
 };
 VELORA_REGISTER_OPERATION(FetchResource);
 

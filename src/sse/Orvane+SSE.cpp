@@ -10,7 +10,7 @@
 
 namespace velora {
 
-using sse_detail::decodeData;
+using detail::decodeData;
 
 int Orvane::clampCheckTime(int checkTimeout) const {
   if (checkTimeout <= kCheckTime) return checkTimeout;
@@ -43,9 +43,9 @@ std::shared_ptr<SSEManager> Orvane::startNotifyEventChanges(SSEStreamTypeEvent w
   body.update = SSEConfig{clampCheckTime(checkTimeout), std::nullopt, std::nullopt};
   std::map<std::string, EventHandler> listeners;
   // The server names each domain event after its type; the payload is a generic response.
-  for (const auto& type : events) listeners[type] = sse_detail::validated<GenericEventResponse>(onEventChanges);
-  listeners["complete"] = sse_detail::validated<GenericEventResponse>(onComplete);
-  listeners["check"] = sse_detail::passThrough(onCheck);
+  for (const auto& type : events) listeners[type] = detail::validated<GenericEventResponse>(onEventChanges);
+  listeners["complete"] = detail::validated<GenericEventResponse>(onComplete);
+  listeners["check"] = detail::passThrough(onCheck);
   return startStream("/api/ssemanager/stream/events", encode(body), std::move(listeners));
 }
 
@@ -55,9 +55,9 @@ std::shared_ptr<SSEManager> Orvane::startNotifyRegionChanges(std::vector<std::st
   (void)regions;  // the subscription filters by tag only
   PositionSSERequest body{PositionTagFilter{std::move(with)}, SSEConfig{clampCheckTime(checkTimeout), std::nullopt, std::nullopt}};
   return startStream("/api/v1/realtime/sse/position/filtered", encode(body),
-                     {{"complete", sse_detail::validated<std::vector<MapPositionModel>>(onComplete)},
-                      {"positions", sse_detail::validated<std::vector<MapPositionModel>>(onValueChanged)},
-                      {"check", sse_detail::passThrough(onCheck)}});
+                     {{"complete", detail::validated<std::vector<MapPositionModel>>(onComplete)},
+                      {"positions", detail::validated<std::vector<MapPositionModel>>(onValueChanged)},
+                      {"check", detail::passThrough(onCheck)}});
 }
 
 std::shared_ptr<SSEManager> Orvane::startControllableItems(
@@ -81,7 +81,7 @@ std::shared_ptr<SSEManager> Orvane::startControllableItems(
     if (values && onValueChanged) onValueChanged(*values);
   };
   return startStream("/api/v1/item/listen", encode(body),
-                     {{"complete", complete}, {"value_change", valueChange}, {"check", sse_detail::checkText(onCheck)}});
+                     {{"complete", complete}, {"value_change", valueChange}, {"check", detail::checkText(onCheck)}});
 }
 
 std::shared_ptr<SSEManager> Orvane::startDiagnostic(std::vector<std::string> tags, double forgetTagMillis,
@@ -90,9 +90,9 @@ std::shared_ptr<SSEManager> Orvane::startDiagnostic(std::vector<std::string> tag
                                                     CheckCallback onCheck) {
   DiagnosticSSERequest body{TrackingSSEModel{forgetTagMillis, std::move(tags)}};
   return startStream("/api/v1/diagnostic/sse", encode(body),
-                     {{"complete", sse_detail::decoded<DiagnosticCompleteResponse>(onComplete)},
-                      {"tagTracking", sse_detail::decoded<std::map<std::string, std::string>>(onTagTracking)},
-                      {"check", sse_detail::checkText(onCheck)}});
+                     {{"complete", detail::decoded<DiagnosticCompleteResponse>(onComplete)},
+                      {"tagTracking", detail::decoded<std::map<std::string, std::string>>(onTagTracking)},
+                      {"check", detail::checkText(onCheck)}});
 }
 
 }  // namespace velora

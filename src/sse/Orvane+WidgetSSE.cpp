@@ -14,14 +14,14 @@ std::shared_ptr<SSEManager> Orvane::startWidgetStream(std::string_view path, SSE
                                                       WidgetSubscriptionCallback onComplete,
                                                       WidgetEventCallback onEventChanges, CheckCallback onCheck) {
   std::map<std::string, EventHandler> listeners{
-      {"subscription", sse_detail::decoded<SSEWidgetEventChange>(std::move(onComplete))},
-      {"check", sse_detail::checkText(std::move(onCheck))}};
+      {"subscription", detail::decoded<SSEWidgetEventChange>(std::move(onComplete))},
+      {"check", detail::checkText(std::move(onCheck))}};
   const std::vector<std::string> changes =
       onlyUpdates ? std::vector<std::string>{"update"} : std::vector<std::string>{"update", "add", "remove", "remove_all"};
   for (const auto& name : changes) {
     listeners[name] = [onEventChanges](std::optional<std::string>, std::optional<std::string> event,
                                        std::optional<std::string> data) {
-      auto change = sse_detail::decodeData<SSEWidgetEventChange>(data);
+      auto change = detail::decodeData<SSEWidgetEventChange>(data);
       if (!change || !onEventChanges) return;
       // The event names are the raw values of the change types.
       onEventChanges(enumFromRaw<SSEWidgetEventsType>(event.value_or("")), *change);

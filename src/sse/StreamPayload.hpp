@@ -59,5 +59,4 @@ inline EventHandler checkText(std::function<void(const std::string&)> callback) 
 
 // The facade's stream operations still spell the former name of this namespace.
 namespace velora {
-namespace sse_detail = detail;
 }  // namespace velora

@@ -425,7 +425,6 @@ struct TypeName {
     else if constexpr (std::same_as<T, bool>) return "Bool";
     else if constexpr (std::same_as<T, double>) return "Double";
     else if constexpr (std::integral<T>) return "Int";
-    else if constexpr (std::same_as<T, Bytes>) return "Data";
     else if constexpr (std::same_as<T, AnyCodable>) return "AnyCodable";
     else return "Value";
   }
@@ -437,6 +436,11 @@ struct TypeName<std::vector<T>> {
 template <class T>
 struct TypeName<std::optional<T>> {
   static std::string get() { return "Optional<" + TypeName<T>::get() + ">"; }
+};
+/// Raw bytes are a vector too, but not a list of numbers.
+template <>
+struct TypeName<Bytes> {
+  static std::string get() { return "Data"; }
 };
 
 }  // namespace detail
