@@ -21,28 +21,23 @@ struct CheckConnection {
 VELORA_REGISTER_OPERATION(CheckConnection);
 
 /// The device's own identity; getConfiguration and getOrCreateConfiguration send the same request.
-NetworkRequestConfiguration configurationBody(const Orvane& facade, const std::optional<std::string>& tagid) {
-  const auto bundle = facade.platform().host->bundleIdentifier();
-  if (!bundle) throw APIError(ResponseMessage(-9003, "Invalid Bundle Identifier Specified"));
-  return {*bundle, facade.envUUID, tagid};
-}
-
-struct GetConfiguration {
+template <const OperationInfo& Info>
+struct ConfigurationRequest {
   std::optional<std::string> tagid;
-  static constexpr OperationInfo info{"getConfiguration", "POST", "/api/v1/device/ios/conf"};
+  static constexpr OperationInfo info = Info;
   using Reply = NetworkResponseConfiguration;
-  NetworkRequestConfiguration body(const Orvane& facade) const { return configurationBody(facade, tagid); }
-  VELORA_FIELDS(GetConfiguration, tagid);
+  NetworkRequestConfiguration body(const Orvane& facade) const {
+    const auto bundle = facade.platform().host->bundleIdentifier();
+    if (!bundle) throw APIError(ResponseMessage(-9003, "Invalid Bundle Identifier Specified"));
+    return {*bundle, facade.envUUID, tagid};
+  }
+  VELORA_FIELDS(ConfigurationRequest, tagid);
 };
+constexpr OperationInfo kGetConfiguration{"getConfiguration", "POST", "/api/v1/device/ios/conf"};
+constexpr OperationInfo kGetOrCreateConfiguration{"getOrCreateConfiguration", "POST", "/api/v1/device/ios/conf"};
+using GetConfiguration = ConfigurationRequest<kGetConfiguration>;
+using GetOrCreateConfiguration = ConfigurationRequest<kGetOrCreateConfiguration>;
 VELORA_REGISTER_OPERATION(GetConfiguration);
-
-struct GetOrCreateConfiguration {
-  std::optional<std::string> tagid;
-  static constexpr OperationInfo info{"getOrCreateConfiguration", "POST", "/api/v1/device/ios/conf"};
-  using Reply = NetworkResponseConfiguration;
-  NetworkRequestConfiguration body(const Orvane& facade) const { return configurationBody(facade, tagid); }
-  VELORA_FIELDS(GetOrCreateConfiguration, tagid);
-};
 VELORA_REGISTER_OPERATION(GetOrCreateConfiguration);
 
 /// Whole URLs are fetched as they are, other paths below the endpoint; never renewed.

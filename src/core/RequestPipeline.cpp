@@ -270,54 +270,20 @@ class PipelineCore {
   }
 };
 
-/// `Outcome o = co_await AwaitExchange{...};`: one awaited exchange, cancelled when the task's stop
-/// is requested; resumes on the task's executor.
-class AwaitExchange {
- public:
-  AwaitExchange(std::shared_ptr<Orvane> facade, HttpRequest request, RequestAccess access)
-      : facade_(std::move(facade)), request_(std::move(request)), access_(access), state_(std::make_shared<State>()) {}
-
-  bool await_ready() const noexcept { return false; }
-  template <class Promise>
-  bool await_suspend(std::coroutine_handle<Promise> handle) {
-    auto state = state_;
-    state->executor = executorOf(handle);
+/// One awaited exchange, cancelled when the task's stop is requested.
+CallbackAwaiter<Outcome> awaitExchange(std::shared_ptr<Orvane> facade, HttpRequest request, RequestAccess access) {
+  return awaitCallback<Outcome>([facade = std::move(facade), request = std::move(request), access](
+                                    std::function<void(Outcome)> done, std::stop_token stop) mutable {
+    struct OnStop {
+      std::shared_ptr<Cancellation> cancellation;
+      void operator()() const noexcept { cancellation->cancel(); }
+    };
     auto cancellation = std::make_shared<Cancellation>();
-    onStop_.emplace(stopTokenOf(handle), OnStop{cancellation});
-    PipelineCore::exchange(facade_, std::move(request_), access_, Form::awaitable, [state](Outcome outcome) {
-      std::unique_lock lock(state->mutex);
-      state->outcome = std::move(outcome);
-      state->done = true;
-      if (auto waiting = std::exchange(state->waiting, {})) {
-        lock.unlock();
-        resumeOn(state->executor, waiting);
-      }
-    }, cancellation);
-    std::lock_guard lock(state->mutex);
-    if (state->done) return false;  // finished before we could suspend: carry on here
-    state->waiting = handle;
-    return true;
-  }
-  Outcome await_resume() { return std::move(state_->outcome); }
-
- private:
-  struct State {
-    std::mutex mutex;
-    Outcome outcome;
-    std::coroutine_handle<> waiting;
-    std::shared_ptr<Executor> executor;
-    bool done = false;
-  };
-  struct OnStop {
-    std::shared_ptr<Cancellation> cancellation;
-    void operator()() const noexcept { cancellation->cancel(); }
-  };
-  std::shared_ptr<Orvane> facade_;
-  HttpRequest request_;
-  RequestAccess access_;
-  std::shared_ptr<State> state_;
-  std::optional<std::stop_callback<OnStop>> onStop_;
-};
+    auto onStop = std::make_shared<std::stop_callback<OnStop>>(std::move(stop), OnStop{cancellation});
+    PipelineCore::exchange(facade, std::move(request), access, Form::awaitable,
+                           [done = std::move(done), onStop](Outcome outcome) { done(std::move(outcome)); }, cancellation);
+  });
+}
 
 }  // namespace detail
 
@@ -378,7 +344,7 @@ Task<void> Orvane::resumeAsyncSessionWith(HttpRequest request, Access access, Aw
     co_await resumeAsyncSessionSemaphore.waitUnlessCancelled();
     permit.semaphore = &resumeAsyncSessionSemaphore;
   }
-  auto exchange = detail::AwaitExchange(shared_from_this(), std::move(request), access);
+  auto exchange = detail::awaitExchange(shared_from_this(), std::move(request), access);
   Outcome outcome = co_await exchange;
   if (outcome.failure) throw APIError(std::move(*outcome.failure));
   if (outcome.transportError) {

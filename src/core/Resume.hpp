@@ -38,54 +38,71 @@ struct ResumeHere {
   void await_resume() const noexcept {}
 };
 
-/// `auto [value, error] = co_await awaitCompletion<T>(start);` runs a callback-style step inside a
-/// task: `start` receives the completion, which may run on any thread (or before `start`
-/// returns); the task resumes on its executor.
-template <class T>
-class CompletionAwaiter {
+/// `Result r = co_await awaitCallback<Result>(start);` runs a callback-style step inside a task:
+/// `start` receives the completion and the task's stop token; the completion may run on any
+/// thread (or before `start` returns), and only its first call counts. The task resumes on its
+/// executor.
+template <class Result>
+class CallbackAwaiter {
  public:
-  using Completion = std::function<void(std::optional<T>, std::optional<PlatformError>)>;
-  using Result = std::pair<std::optional<T>, std::optional<PlatformError>>;
+  using Done = std::function<void(Result)>;
+  using Start = std::function<void(Done, std::stop_token)>;
 
-  explicit CompletionAwaiter(std::function<void(Completion)> start) : start_(std::move(start)), state_(std::make_shared<State>()) {}
+  explicit CallbackAwaiter(Start start) : start_(std::move(start)), state_(std::make_shared<State>()) {}
 
   bool await_ready() const noexcept { return false; }
   template <class Promise>
   bool await_suspend(std::coroutine_handle<Promise> handle) {
     auto state = state_;
     state->executor = executorOf(handle);
-    start_([state](std::optional<T> value, std::optional<PlatformError> error) {
-      std::unique_lock lock(state->mutex);
-      if (state->done) return;  // a completion fires once; ignore a faulty second call
-      state->result = Result{std::move(value), std::move(error)};
-      state->done = true;
-      if (auto waiting = std::exchange(state->waiting, {})) {
-        lock.unlock();
-        resumeOn(state->executor, waiting);
-      }
-    });
+    start_(
+        [state](Result result) {
+          std::unique_lock lock(state->mutex);
+          if (state->done) return;
+          state->result = std::move(result);
+          state->done = true;
+          if (auto waiting = std::exchange(state->waiting, {})) {
+            lock.unlock();
+            resumeOn(state->executor, waiting);
+          }
+        },
+        stopTokenOf(handle));
     std::lock_guard lock(state->mutex);
-    if (state->done) return false;
+    if (state->done) return false;  // finished before we could suspend: carry on here
     state->waiting = handle;
     return true;
   }
-  Result await_resume() { return std::move(state_->result); }
+  Result await_resume() { return std::move(*state_->result); }
 
  private:
   struct State {
     std::mutex mutex;
-    Result result;
+    std::optional<Result> result;
     std::coroutine_handle<> waiting;
     std::shared_ptr<Executor> executor;
     bool done = false;
   };
-  std::function<void(Completion)> start_;
+  Start start_;
   std::shared_ptr<State> state_;
 };
 
+template <class Result>
+CallbackAwaiter<Result> awaitCallback(typename CallbackAwaiter<Result>::Start start) {
+  return CallbackAwaiter<Result>(std::move(start));
+}
+
+/// `auto [value, error] = co_await awaitCompletion<T>(start);` for the (value, error) completions
+/// of the login flows.
 template <class T>
-CompletionAwaiter<T> awaitCompletion(std::function<void(typename CompletionAwaiter<T>::Completion)> start) {
-  return CompletionAwaiter<T>(std::move(start));
+using Completion = std::function<void(std::optional<T>, std::optional<PlatformError>)>;
+template <class T>
+CallbackAwaiter<std::pair<std::optional<T>, std::optional<PlatformError>>> awaitCompletion(std::function<void(Completion<T>)> start) {
+  using Result = std::pair<std::optional<T>, std::optional<PlatformError>>;
+  return awaitCallback<Result>([start = std::move(start)](std::function<void(Result)> done, std::stop_token) {
+    start([done = std::move(done)](std::optional<T> value, std::optional<PlatformError> error) {
+      done(Result{std::move(value), std::move(error)});
+    });
+  });
 }
 
 }  // namespace velora::detail
