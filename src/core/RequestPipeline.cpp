@@ -10,6 +10,8 @@
 
 #include <velora/core/Orvane.hpp>
 
+#include <atomic>
+
 #include <velora/core/Fatal.hpp>
 
 #include "core/RenewalGate.hpp"
@@ -224,8 +226,15 @@ class PipelineCore {
         if (action == TokenAction::send) return transfer(*self, std::move(request), Access::pipeline, std::move(done), cancellation);
         return refuse(*self, std::move(request), form, std::move(done), cancellation);
       }
-      auto finish = [weak, request = std::move(request), form, action, done = std::move(done), cancellation,
-                     release](RenewalResult result) mutable {
+      auto current = renewer(*self);
+      if (!current) {  // the renewer was taken away after the decision
+        release();
+        return refuse(*self, std::move(request), form, std::move(done), cancellation);
+      }
+      // A renewer that answers twice must not make the request answer twice.
+      auto finish = [weak, request = std::move(request), form, action, done = std::move(done), cancellation, release,
+                     answered = std::make_shared<std::atomic<bool>>(false)](RenewalResult result) mutable {
+        if (answered->exchange(true)) return;
         auto self = weak.lock();
         if (!self || result.error || !result.gotToken) {
           release();
@@ -240,7 +249,6 @@ class PipelineCore {
         release();
         transfer(*self, std::move(request), Access::pipeline, std::move(done), cancellation);
       };
-      auto current = renewer(*self);
       if (action == TokenAction::refresh) {
         current->refresh(std::move(finish));
       } else {
