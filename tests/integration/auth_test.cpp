@@ -184,18 +184,6 @@ TEST_F(AuthOverHttp, EveryLoginFlowReachesAProtectedRoute) {
   }
 }
 
-TEST_F(AuthOverHttp, WrongPasswordIsTheServersRefusal) {
-  auto f = facade(KeycloakLoginMode::BACKGROUND);
-  try {
-    f->backgroundLogin(demo::kUser, "not-the-password", -1).get();
-    ADD_FAILURE();
-  } catch (const PlatformError& e) {
-    EXPECT_EQ(e.code, -23005);
-    EXPECT_EQ(e.domain, "Invalid user credentials");
-  }
-  EXPECT_EQ(f->authStatus(), AuthenticationStatus::notAuthenticated);
-}
-
 TEST_F(AuthOverHttp, ExpiredRefreshTokenTriggersCaptiveRenewalInTheConfiguredMode) {
   struct Case {
     KeycloakLoginMode mode;
@@ -217,42 +205,6 @@ TEST_F(AuthOverHttp, ExpiredRefreshTokenTriggersCaptiveRenewalInTheConfiguredMod
     ASSERT_EQ(grants.size(), 2u);
     for (const auto& g : grants) EXPECT_NE(g.body.find(c.grant), std::string::npos) << g.body;
   }
-}
-
-TEST_F(AuthOverHttp, ConcurrentAwaitedRequestsAtExpiryRenewOneAfterAnother) {
-  auto f = facade(KeycloakLoginMode::GUEST);
-  f->keycloakGuestLogin().get();
-  clock_->now_ += 3600s;
-  sandbox_.clearRecordedRequests();
-  constexpr int kRequests = 6;
-  std::vector<std::future<std::int64_t>> answers;
-  for (int i = 0; i < kRequests; ++i) {
-    answers.push_back(std::async(std::launch::async, [&] {
-      try {
-        f->getConfiguration(std::nullopt).get();
-        return std::int64_t{200};
-      } catch (const APIError& e) {
-        return e.responseMessage.code;
-      }
-    }));
-  }
-  for (auto& a : answers) EXPECT_EQ(a.get(), 200);
-  // Each renewal after the first finds the fresh token still valid.
-  EXPECT_EQ(sandbox_.requests(tokenPath()).size(), 1u);
-  EXPECT_EQ(sandbox_.requests("/api/v1/device/ios/conf").size(), static_cast<std::size_t>(kRequests));
-}
-
-TEST_F(AuthOverHttp, ANewProcessResumesTheStoredSession) {
-  auto first = facade(KeycloakLoginMode::BACKGROUND);
-  first->backgroundLogin(demo::kUser, demo::kPassword, -1).get();
-  first.reset();
-  sandbox_.clearRecordedRequests();
-  auto second = facade(KeycloakLoginMode::BACKGROUND);  // same keychain, new facade
-  EXPECT_EQ(second->authStatus(), AuthenticationStatus::unknown);
-  EXPECT_TRUE(second->networkSetup().get());
-  EXPECT_EQ(second->authStatus(), AuthenticationStatus::authenticated);
-  EXPECT_EQ(second->getConfiguration(std::nullopt).get().appId, "auth.it");
-  EXPECT_TRUE(sandbox_.requests(tokenPath()).empty());
 }
 
 TEST_F(AuthOverHttp, LoopbackBrowserHandsBackTheRedirect) {

@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "Fakes.hpp"
+
 
 #include <atomic>
 #include <condition_variable>
@@ -83,19 +81,6 @@ HttpRequest makeRequest(std::string url, std::string method = "GET", std::string
   request.headers = std::move(headers);
   request.timeout = timeout;
   return request;
-}
-
-/// A loopback port with nothing listening on it.
-int closedPort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
-  ::close(fd);
-  return ntohs(address.sin_port);
 }
 
 class CurlTransportTest : public ::testing::Test {
@@ -179,7 +164,7 @@ TEST_F(CurlTransportTest, SendsMethodHeadersAndBodyAsGiven) {
 TEST_F(CurlTransportTest, FailuresMapToPlatformErrors) {
   sandbox.addFault({.path = "/dropped", .action = sandbox::FaultAction::dropConnection});
   const std::tuple<std::string, std::chrono::milliseconds, int, std::string> cases[] = {
-      {"http://127.0.0.1:" + std::to_string(closedPort()) + "/", 0ms, transport_error::kCannotConnectToHost,
+      {"http://127.0.0.1:" + std::to_string(testing::closedLoopbackPort()) + "/", 0ms, transport_error::kCannotConnectToHost,
        "Could not connect to the server. ("},
       {url("/test/status/200?delay_ms=1000"), 200ms, transport_error::kTimedOut, "The request timed out."},
       {url("/dropped"), 0ms, transport_error::kNetworkConnectionLost, "The network connection was lost."},

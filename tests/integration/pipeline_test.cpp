@@ -29,38 +29,11 @@ std::string percentEncode(std::string_view text) {
   return out;
 }
 
-
 class PipelineOverHttp : public ::testing::Test {
  protected:
-  std::shared_ptr<Orvane> facade(const std::string& endpoint, std::int64_t timeout = 10, bool loggedIn = true) {
+  std::shared_ptr<Orvane> facade(const std::string& endpoint) {
     http_.executor = executor_;
-    return testing::sandboxFacade(sandbox_, http_.platform(), loggedIn, std::nullopt, timeout, endpoint);
-  }
-
-  /// The callback form's one answer, checked to arrive once and on the main queue.
-  ResponseMessage viaCallback(Orvane& f, const std::string& path) {
-    std::promise<ResponseMessage> answer;
-    std::atomic<int> calls{0};
-    f.resumeSession(*f.makeRequest(path), ResponseMessage{}, [&](const ResponseMessage& m) {
-      EXPECT_TRUE(queue_->isCurrent());
-      if (++calls == 1) answer.set_value(m);
-    });
-    auto future = answer.get_future();
-    EXPECT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    // A second call would be posted behind this marker.
-    std::promise<void> drained;
-    queue_->post([&] { drained.set_value(); });
-    drained.get_future().wait();
-    EXPECT_EQ(calls.load(), 1);
-    return future.get();
-  }
-
-  ResponseMessage viaAwait(Orvane& f, const std::string& path) {
-    try {
-      return f.resumeAsyncSession<ResponseMessage>(*f.makeRequest(path)).get();
-    } catch (const APIError& e) {
-      return e.responseMessage;
-    }
+    return testing::sandboxFacade(sandbox_, http_.platform(), true, std::nullopt, 10, endpoint);
   }
 
   /// The library's pool, counting what it is asked to run.
@@ -78,54 +51,6 @@ class PipelineOverHttp : public ::testing::Test {
   std::shared_ptr<MainQueue> queue_ = http_.queue;
   std::shared_ptr<CountingExecutor> executor_ = std::make_shared<CountingExecutor>();
 };
-
-TEST_F(PipelineOverHttp, StatusRulesInBothForms) {
-  struct Case {
-    int status;
-    std::string body;
-    std::int64_t callbackCode;
-    std::string callbackMessage;
-    std::int64_t awaitCode;
-    std::string awaitMessage;
-  };
-  const Case cases[] = {
-      {200, R"({"code":0,"message":"fine"})", 200, "ResponseMessage completed successfully", 0, "fine"},
-      {200, "not json", -27004, "JSON Parsing Failure", -27003, "Invalid JSON decoded"},
-      {201, "", 201, "created", 201, "Invalid status code"},
-      {204, "", 204, "no content", 204, "Invalid status code"},
-      {404, "", 404, "not found", 404, "Invalid status code"},
-      {404, R"({"code":40401,"message":"Desk not found"})", 40401, "Desk not found", 40401, "Desk not found"},
-      {500, "", 500, "internal server error", 500, "Invalid status code"},
-      {500, R"({"code":50001,"message":"Database down","trace":"t-1"})", 50001, "Database down", 50001, "Database down"},
-  };
-  auto f = facade(sandbox_.baseUrl());
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.status) + " " + c.body);
-    const std::string path = "/test/status/" + std::to_string(c.status) + "?body=" + percentEncode(c.body);
-    auto m = viaCallback(*f, path);
-    EXPECT_EQ(m.code, c.callbackCode);
-    EXPECT_EQ(m.message, c.callbackMessage);
-    auto a = viaAwait(*f, path);
-    EXPECT_EQ(a.code, c.awaitCode);
-    EXPECT_EQ(a.message, c.awaitMessage);
-  }
-}
-
-TEST_F(PipelineOverHttp, TransportFailuresBecomeCodesAndMessages) {
-  auto refused = facade("http://127.0.0.1:" + std::to_string(testing::closedLoopbackPort()));
-  auto m = viaCallback(*refused, "/api/v1/public/diagnostic/check");
-  EXPECT_EQ(m.code, -1004);
-  EXPECT_EQ(m.message->rfind("Could not connect to the server.", 0), 0u) << *m.message;
-  auto a = viaAwait(*refused, "/api/v1/public/diagnostic/check");
-  EXPECT_EQ(a.code, -27003);
-  EXPECT_EQ(a.message, "Unknown error occurred");
-  EXPECT_EQ(a.trace->rfind("Could not connect to the server.", 0), 0u);
-
-  auto slow = facade(sandbox_.baseUrl(), /*timeout=*/1);
-  m = viaCallback(*slow, "/test/status/200?delay_ms=4000");
-  EXPECT_EQ(m.code, -1001);
-  EXPECT_EQ(m.message->rfind("The request timed out.", 0), 0u) << *m.message;
-}
 
 TEST_F(PipelineOverHttp, EveryCallbackFiresOnceOnTheMainQueue) {
   auto f = facade(sandbox_.baseUrl());
@@ -220,15 +145,6 @@ TEST_F(PipelineOverHttp, UtilityOperationsAgainstTheSandbox) {
   } catch (const APIError& e) {
     EXPECT_EQ(e.responseMessage.code, 404);
   }
-}
-
-TEST_F(PipelineOverHttp, WithoutAnyTokenTheFormsDiffer) {
-  auto f = facade(sandbox_.baseUrl(), 10, /*loggedIn=*/false);
-  EXPECT_EQ(viaCallback(*f, "/test/echo").code, -28005);
-  EXPECT_EQ(sandbox_.requestCount("/test/echo"), 0u);
-  auto echo = f->resumeAsyncSession<AnyCodable>(*f->makeRequest("/test/echo")).get();
-  EXPECT_FALSE(echo.find("headers")->find("authorization"));
-  EXPECT_EQ(sandbox_.requestCount("/test/echo"), 1u);
 }
 
 }  // namespace

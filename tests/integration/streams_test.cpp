@@ -70,19 +70,6 @@ class StreamsOverHttp : public ::testing::Test {
   std::vector<std::string> console_;
 };
 
-TEST_F(StreamsOverHttp, EventsThenACleanEndIsNotToBeRetried) {
-  auto s = source("/test/stream?events=3&close=1");
-  s->connect();
-  ASSERT_TRUE(runUntil([&] { return !completions_.empty(); }));
-  ASSERT_EQ(seen_.size(), 4u);
-  EXPECT_EQ(seen_[0], "open");
-  EXPECT_EQ(*AnyCodable::parse(seen_[3]).find("n")->as<std::int64_t>(), 3);
-  EXPECT_EQ(s->lastEventId(), "3");
-  EXPECT_EQ(completions_[0].status, 200);
-  EXPECT_EQ(completions_[0].reconnect, false);
-  EXPECT_EQ(completions_[0].error, std::nullopt);
-}
-
 TEST_F(StreamsOverHttp, RefusedAndCutStreamsAreReportedAsTheyEnd) {
   struct Case {
     const char* name;
@@ -92,7 +79,6 @@ TEST_F(StreamsOverHttp, RefusedAndCutStreamsAreReportedAsTheyEnd) {
     bool error;
   };
   const Case cases[] = {
-      {"refused with 401", {.refuseUnauthorized = true}, 401, true, false},
       {"closed after two events", {.closeAfterEvents = 2}, 200, false, false},
       // A transfer error after the head: the error's code stands in for the status.
     {"cut in the middle of an event", {.cutMidEvent = true}, std::nullopt, false, true},
@@ -115,18 +101,6 @@ TEST_F(StreamsOverHttp, RefusedAndCutStreamsAreReportedAsTheyEnd) {
     manager->removeAllListenersAndDisconnect();
   }
   sandbox_.setStreamFaults({});
-}
-
-TEST_F(StreamsOverHttp, StreamThatNeverOpensIsRetriedAfterRetryTime) {
-  const std::string refused = "http://127.0.0.1:" + std::to_string(testing::closedLoopbackPort());
-  auto manager = SSEManager::make(refused, "/stream", std::nullopt, true, platform());
-  const auto disconnects = [&] { return std::count(console_.begin(), console_.end(), "SSEManager - DISCONNECTED"); };
-  ASSERT_TRUE(runUntil([&] { return disconnects() == 1; }));
-  queue_->advance(2999ms);
-  EXPECT_EQ(disconnects(), 1);
-  queue_->advance(1ms);  // the reconnect goes out and fails again
-  ASSERT_TRUE(runUntil([&] { return disconnects() == 2; }));
-  manager->removeAllListenersAndDisconnect();
 }
 
 TEST_F(StreamsOverHttp, DisconnectEndsTheServersStream) {

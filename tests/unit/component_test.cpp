@@ -19,176 +19,93 @@ const AnyCodable& member(const AnyCodable& json, std::string_view key) {
 }
 const AnyCodable& element(const AnyCodable& json, std::size_t index) { return json.as<AnyCodable::Array>()->at(index); }
 
-/// The keys of `input` (null ones aside), at any depth, that `output` lacks at the same place.
-std::string keysMissingFrom(const AnyCodable& output, const AnyCodable& input, const std::string& at = "$") {
-  std::string missing;
+/// The places where `output` lacks a non-null value of `input`, or holds another value there: a
+/// member the field tables do not know, or one decoded into the wrong member. JSON does not tell
+/// 50 from 50.0, so numbers compare as numbers.
+std::string differences(const AnyCodable& output, const AnyCodable& input, const std::string& at = "$") {
+  std::string found;
   if (const auto* object = input.as<AnyCodable::Object>()) {
     for (const auto& [key, value] : *object) {
       if (value.isNull()) continue;  // null reads as absent
       const AnyCodable* written = output.find(key);
-      missing += written ? keysMissingFrom(*written, value, at + "." + key) : at + "." + key + " ";
+      found += written ? differences(*written, value, at + "." + key) : at + "." + key + " ";
     }
   } else if (const auto* array = input.as<AnyCodable::Array>()) {
     const auto* writtenArray = output.as<AnyCodable::Array>();
-    for (std::size_t i = 0; writtenArray && i < array->size() && i < writtenArray->size(); ++i) {
-      missing += keysMissingFrom((*writtenArray)[i], (*array)[i], at + "[" + std::to_string(i) + "]");
+    if (!writtenArray || writtenArray->size() != array->size()) return at + " ";
+    for (std::size_t i = 0; i < array->size(); ++i) {
+      found += differences((*writtenArray)[i], (*array)[i], at + "[" + std::to_string(i) + "]");
     }
+  } else if (input.number() ? input.number() != output.number() : input != output) {
+    found = at + " ";
   }
-  return missing;
+  return found;
 }
 
 TEST(Component, EveryKindDecodesIntoItsRecordAndRoundTrips) {
   struct Case {
     const char* json;
     ORVSComponentType kind;
-    std::function<bool(const ORVSComponent&)> check;
   };
+  // Each kind with its members set, nested records and components included. Unknown kinds,
+  // including a known name in the wrong case, carry no record and need no base fields.
   const Case cases[] = {
-      {R"({"type":"BUTTON","componentId":"c1","enabled":true})", ORVSComponentType::BUTTON,
-       [](const auto& c) { return c.base()->componentId == "c1" && c.base()->enabled && !c.base()->name; }},
+      {R"({"type":"BUTTON","componentId":"c1","enabled":true})", ORVSComponentType::BUTTON},
       {R"({"type":"BUTTON","componentId":"b","enabled":true,"name":"Save","i18n":"btn.save","value":{"k":[1,2]},
-           "buttonStyle":"SECONDARY_OUTLINED","icon":"disk","action":{"kind":"SUBMIT","target":"form-1"}})",
-       ORVSComponentType::BUTTON,
-       [](const auto& c) {
-         auto b = c.template as<ORVSButtonModel>();
-         return b->buttonStyle == ORVSButtonStyle::SECONDARY_OUTLINED && b->i18n == "btn.save" &&
-                member(*b->value, "k").isArray() && member(*b->action, "target") == AnyCodable("form-1");
-       }},
+           "buttonStyle":"SECONDARY_OUTLINED","icon":"disk","action":{"kind":"SUBMIT","target":"form-1"}})", ORVSComponentType::BUTTON},
       {R"({"type":"DATEPICKER","componentId":"d","enabled":true,"placeholder":"Day","required":true,
-           "constraints":{"minDate":"2024-05-01","maxDate":"2024-06-30","weekdays":[1,2,3,4,5]}})",
-       ORVSComponentType::DATEPICKER,
-       [](const auto& c) {
-         auto d = c.template as<ORVSDatePickerModel>();
-         return d->constraints->maxDate == "2024-06-30" && d->required == true && d->constraints->weekdays->isArray();
-       }},
+           "constraints":{"minDate":"2024-05-01","maxDate":"2024-06-30","weekdays":[1,2,3,4,5]}})", ORVSComponentType::DATEPICKER},
       {R"({"type":"DATEPICKER_MULTI","componentId":"dm","enabled":false,"i18nHelper":"help.days",
-           "constraints":{"minDate":"2024-05-01"}})",
-       ORVSComponentType::DATEPICKER_MULTI,
-       [](const auto& c) { return c.template as<ORVSDatePickerMultiModel>()->i18nHelper == "help.days"; }},
+           "constraints":{"minDate":"2024-05-01"}})", ORVSComponentType::DATEPICKER_MULTI},
       {R"({"type":"INPUT_TEXT","componentId":"mail","enabled":true,"iconLeft":"at","value":"a@b.c",
-           "constraints":{"type":"EMAIL","regex":".+@.+","maxLength":120}})",
-       ORVSComponentType::INPUT_TEXT,
-       [](const auto& c) {
-         auto t = c.template as<ORVSInputTextModel>();
-         return t->constraints->type == ORVSInputTextType::EMAIL && t->constraints->maxLength == 120;
-       }},
+           "constraints":{"type":"EMAIL","regex":".+@.+","maxLength":120}})", ORVSComponentType::INPUT_TEXT},
       {R"({"type":"INPUT_NUMBER","componentId":"n","enabled":true,"helperRight":"kg","value":3.5,
-           "constraints":{"positive":true,"min":0,"max":50,"step":0.5}})",
-       ORVSComponentType::INPUT_NUMBER,
-       [](const auto& c) {
-         auto n = c.template as<ORVSInputNumberModel>();
-         return n->helperRight == "kg" && n->constraints->step == 0.5 && n->constraints->max == 50;
-       }},
+           "constraints":{"positive":true,"min":0,"max":50,"step":0.5}})", ORVSComponentType::INPUT_NUMBER},
       {R"({"type":"TIMEPICKER","componentId":"t","enabled":true,"constraints":{
            "slots":{"dateComponentId":"d","slotApi":"/rooms/12/slots"},
-           "range":{"minTime":"08:00","maxTime":"18:00","timeStep":15}}})",
-       ORVSComponentType::TIMEPICKER,
-       [](const auto& c) {
-         auto t = c.template as<ORVSTimePickerModel>();
-         return t->constraints->slots->slotApi == "/rooms/12/slots" && t->constraints->range->timeStep == 15;
-       }},
+           "range":{"minTime":"08:00","maxTime":"18:00","timeStep":15}}})", ORVSComponentType::TIMEPICKER},
       {R"({"type":"SLIDER","componentId":"s","enabled":true,"value":40,"lowText":"Off","barGradient":true,
-           "action":"DIM","constraints":{"min":0,"max":100,"step":5,"percentage":true}})",
-       ORVSComponentType::SLIDER,
-       [](const auto& c) {
-         auto s = c.template as<ORVSSliderModel>();
-         return s->constraints->percentage == true && s->barGradient == true && *s->action == AnyCodable("DIM");
-       }},
+           "action":"DIM","constraints":{"min":0,"max":100,"step":5,"percentage":true}})", ORVSComponentType::SLIDER},
       {R"({"type":"SECTION","componentId":"sec","enabled":true,"completion":false,
-           "components":[{"type":"INPUT_TEXT","componentId":"x","enabled":true}]})",
-       ORVSComponentType::SECTION,
-       [](const auto& c) {
-         auto s = c.template as<ORVSSectionModel>();
-         return s->components->size() == 1 && (*s->components)[0].type() == ORVSComponentType::INPUT_TEXT;
-       }},
+           "components":[{"type":"INPUT_TEXT","componentId":"x","enabled":true}]})", ORVSComponentType::SECTION},
       {R"({"type":"FORM","componentId":"f","enabled":true,"submitOnChange":true,"isRealTime":false,
            "sections":[{"type":"SECTION","componentId":"s1","enabled":true,"components":[]}],
-           "buttons":[{"type":"BUTTON","componentId":"ok","enabled":true,"buttonStyle":"PRIMARY_FILLED"}]})",
-       ORVSComponentType::FORM,
-       [](const auto& c) {
-         auto f = c.template as<ORVSFormModel>();
-         return (*f->sections)[0]->componentId == "s1" && (*f->buttons)[0]->buttonStyle == ORVSButtonStyle::PRIMARY_FILLED &&
-                f->isRealTime == false;
-       }},
+           "buttons":[{"type":"BUTTON","componentId":"ok","enabled":true,"buttonStyle":"PRIMARY_FILLED"}]})", ORVSComponentType::FORM},
       {R"({"type":"STEPPER","componentId":"wiz","enabled":true,"description":"Book a room",
            "discardButton":{"type":"BUTTON","componentId":"cancel","enabled":true},
            "steps":[{"type":"STEP","componentId":"st1","enabled":true,"mandatory":true,
-                     "nextButton":{"type":"BUTTON","componentId":"next","enabled":false}}]})",
-       ORVSComponentType::STEPPER,
-       [](const auto& c) {
-         auto s = c.template as<ORVSStepperModel>();
-         return s->discardButton->componentId == "cancel" && (*s->steps)[0]->nextButton->componentId == "next" &&
-                !(*s->steps)[0]->backButton;
-       }},
-      {R"({"type":"STEP","componentId":"st","enabled":true,"validated":false,"filled":true,"backButton":null})",
-       ORVSComponentType::STEP,
-       [](const auto& c) {
-         auto s = c.template as<ORVSStepModel>();
-         return s->filled == true && !s->backButton;
-       }},
-      {R"({"type":"SELECTOR","componentId":"sel","enabled":true,"value":["a","b"],"constraints":{"minValue":1,"maxValue":3}})",
-       ORVSComponentType::SELECTOR,
-       [](const auto& c) { return c.template as<ORVSSelectorModel>()->constraints->maxValue == 3; }},
-      {R"({"type":"GENERIC_SELECTOR","componentId":"g","enabled":true,"selectorIdentifier":"floors","required":true})",
-       ORVSComponentType::GENERIC_SELECTOR,
-       [](const auto& c) { return c.template as<ORVSGenericSelectorModel>()->selectorIdentifier == "floors"; }},
-      {R"({"type":"PAGE_REFERENCE","componentId":"p","enabled":true,"reference":"page-7"})",
-       ORVSComponentType::PAGE_REFERENCE,
-       [](const auto& c) { return c.template as<ORVSPageReferenceModel>()->reference == "page-7"; }},
-      {R"({"type":"WIDGET_BLUR","componentId":"w1","enabled":true,"radius":16,"color":"#FFAA00","mainValue":"Open","subValue":2})",
-       ORVSComponentType::WIDGET_BLUR,
-       [](const auto& c) { return c.template as<ORVSWidgetBlurModel>()->radius == 16; }},
+                     "nextButton":{"type":"BUTTON","componentId":"next","enabled":false}}]})", ORVSComponentType::STEPPER},
+      {R"({"type":"STEP","componentId":"st","enabled":true,"validated":false,"filled":true,"backButton":null})", ORVSComponentType::STEP},
+      {R"({"type":"SELECTOR","componentId":"sel","enabled":true,"value":["a","b"],"constraints":{"minValue":1,"maxValue":3}})", ORVSComponentType::SELECTOR},
+      {R"({"type":"GENERIC_SELECTOR","componentId":"g","enabled":true,"selectorIdentifier":"floors","required":true})", ORVSComponentType::GENERIC_SELECTOR},
+      {R"({"type":"PAGE_REFERENCE","componentId":"p","enabled":true,"reference":"page-7"})", ORVSComponentType::PAGE_REFERENCE},
+      {R"({"type":"WIDGET_BLUR","componentId":"w1","enabled":true,"radius":16,"color":"#FFAA00","mainValue":"Open","subValue":2})", ORVSComponentType::WIDGET_BLUR},
       {R"({"type":"WIDGET_RADIAL","componentId":"w2","enabled":true,"mainValue":"21.5","barHue":true,
-           "error":"Sensor offline","secondaryValue":{"setpoint":22}})",
-       ORVSComponentType::WIDGET_RADIAL,
-       [](const auto& c) {
-         auto w = c.template as<ORVSWidgetRadialModel>();
-         return w->error == "Sensor offline" && w->barHue == true && w->secondaryValue->isObject();
-       }},
-      {R"({"type":"WIDGET_BLUR_RADIAL","componentId":"w3","enabled":true,"radius":8.5,"barColor":"#00FF00","i18nError":"err.door"})",
-       ORVSComponentType::WIDGET_BLUR_RADIAL,
-       [](const auto& c) { return c.template as<ORVSWidgetBlurRadialModel>()->radius == 8.5; }},
-      {R"({"type":"WIDGET_VERTICAL","componentId":"w4","enabled":true,"barHue":false,"value1":30,"value2":"ha"})",
-       ORVSComponentType::WIDGET_VERTICAL,
-       [](const auto& c) { return *c.template as<ORVSWidgetVerticalModel>()->value2 == AnyCodable("ha"); }},
-      {R"({"type":"WIDGET_DOUBLE_VALUE","componentId":"w5","enabled":true,"radius":4,"value1":1,"value2":2})",
-       ORVSComponentType::WIDGET_DOUBLE_VALUE,
-       [](const auto& c) { return c.template as<ORVSWidgetDoubleValueModel>()->value1->number() == 1.0; }},
+           "error":"Sensor offline","secondaryValue":{"setpoint":22}})", ORVSComponentType::WIDGET_RADIAL},
+      {R"({"type":"WIDGET_BLUR_RADIAL","componentId":"w3","enabled":true,"radius":8.5,"barColor":"#00FF00","i18nError":"err.door"})", ORVSComponentType::WIDGET_BLUR_RADIAL},
+      {R"({"type":"WIDGET_VERTICAL","componentId":"w4","enabled":true,"barHue":false,"value1":30,"value2":"ha"})", ORVSComponentType::WIDGET_VERTICAL},
+      {R"({"type":"WIDGET_DOUBLE_VALUE","componentId":"w5","enabled":true,"radius":4,"value1":1,"value2":2})", ORVSComponentType::WIDGET_DOUBLE_VALUE},
       {R"({"type":"WIDGET_SECTION_EDITABLE","componentId":"fav","enabled":true,"scroll":"HORIZONTAL","counter":true,
-           "components":[],"addButton":{"type":"BUTTON","componentId":"add","enabled":true,"icon":"plus"}})",
-       ORVSComponentType::WIDGET_SECTION_EDITABLE,
-       [](const auto& c) {
-         auto w = c.template as<ORVSWidgetSectionEditableModel>();
-         return w->scroll == ORVSWidgetScrollDirection::HORIZONTAL && w->addButton->icon == "plus" && !w->saveButton;
-       }},
-      {R"({"type":"WIDGET_SECTION","componentId":"room","enabled":true,"scroll":"VERTICAL","noElementsText":"Nothing here"})",
-       ORVSComponentType::WIDGET_SECTION,
-       [](const auto& c) { return c.template as<ORVSWidgetSectionModel>()->noElementsText == "Nothing here"; }},
-      {R"({"type":"WIDGET_GROUP","componentId":"grp","enabled":true,"radius":12,"icons":["bulb","fan"]})",
-       ORVSComponentType::WIDGET_GROUP,
-       [](const auto& c) { return c.template as<ORVSWidgetGroupModel>()->icons->at(1) == "fan"; }},
-      // Unknown kinds, including a known name in the wrong case, carry no record and need no base fields.
-      {R"({"type":"CHART","componentId":"c1","enabled":true})", ORVSComponentType::unknown,
-       [](const auto& c) { return c.isUnsupported() && !c.base(); }},
-      {R"({"type":"button","series":[1,2]})", ORVSComponentType::unknown, [](const auto& c) { return c.isUnsupported(); }},
+           "components":[],"addButton":{"type":"BUTTON","componentId":"add","enabled":true,"icon":"plus"}})", ORVSComponentType::WIDGET_SECTION_EDITABLE},
+      {R"({"type":"WIDGET_SECTION","componentId":"room","enabled":true,"scroll":"VERTICAL","noElementsText":"Nothing here"})", ORVSComponentType::WIDGET_SECTION},
+      {R"({"type":"WIDGET_GROUP","componentId":"grp","enabled":true,"radius":12,"icons":["bulb","fan"]})", ORVSComponentType::WIDGET_GROUP},
+      {R"({"type":"CHART","componentId":"c1","enabled":true})", ORVSComponentType::unknown},
+      {R"({"type":"button","series":[1,2]})", ORVSComponentType::unknown},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.json);
     const AnyCodable json = AnyCodable::parse(c.json);
     const auto component = decode<ORVSComponent>(json);
     EXPECT_EQ(component.type(), c.kind);
+    EXPECT_EQ(component.isUnsupported(), !component.base());
     if (auto base = component.base()) {
       EXPECT_EQ(base->type, c.kind);
     }
-    EXPECT_TRUE(c.check(component));
-
     const AnyCodable encoded = encode(component);
     if (component.isUnsupported()) {
       EXPECT_EQ(encoded, json);
-    } else {
-      EXPECT_EQ(member(encoded, "type"), member(json, "type"));
     }
-    EXPECT_EQ(keysMissingFrom(encoded, json), "") << "a key the field tables do not know";
+    EXPECT_EQ(differences(encoded, json), "");
     const auto again = decode<ORVSComponent>(AnyCodable::parse(encoded.dump()));
     EXPECT_EQ(again, component);
     if (!component.isUnsupported()) {
@@ -335,27 +252,6 @@ TEST(ComponentObservation, SubscriptionsEndWithTheirTokenAndStayWithTheirInstanc
   EXPECT_FALSE(self.active());
   button.reset();
   EXPECT_FALSE(a.active());
-}
-
-TEST(ComponentEnumerations, UnknownTextFallsBackToTheLastCase) {
-  EXPECT_EQ(enumFromRaw<ORVSComponentType>("CHART"), ORVSComponentType::unknown);
-  EXPECT_EQ(enumFromRaw<ORVSComponentType>("WIDGET_GROUP"), ORVSComponentType::WIDGET_GROUP);
-  EXPECT_EQ(enumFromRaw<ORVSButtonStyle>("TERTIARY_FILLED"), ORVSButtonStyle::ERROR_TEXT);
-  EXPECT_EQ(enumFromRaw<ORVSButtonStyle>("PRIMARY_TEXT"), ORVSButtonStyle::PRIMARY_TEXT);
-  EXPECT_EQ(enumFromRaw<ORVSInputTextType>("PHONE"), ORVSInputTextType::URL);
-  EXPECT_EQ(enumFromRaw<ORVSWidgetScrollDirection>("DIAGONAL"), ORVSWidgetScrollDirection::VERTICAL);
-  EXPECT_EQ(enumFromRaw<ORVSWidgetType>("FAN_RADIAL"), ORVSWidgetType::unknown);
-  EXPECT_EQ(enumFromRaw<ORVSWidgetType>("BLINDS_VERTICAL_HA"), ORVSWidgetType::BLINDS_VERTICAL_HA);
-
-  // Inside a record an unknown value degrades instead of failing the component.
-  auto section = decodeJSON<ORVSComponent>(
-      R"({"type":"WIDGET_SECTION","componentId":"w","enabled":true,"scroll":"DIAGONAL","components":[
-          {"type":"BUTTON","componentId":"b","enabled":true,"buttonStyle":"GHOST"},
-          {"type":"INPUT_TEXT","componentId":"i","enabled":true,"constraints":{"type":"PHONE"}}]})")
-                     .as<ORVSWidgetSectionModel>();
-  EXPECT_EQ(section->scroll, ORVSWidgetScrollDirection::VERTICAL);
-  EXPECT_EQ((*section->components)[0].as<ORVSButtonModel>()->buttonStyle, ORVSButtonStyle::ERROR_TEXT);
-  EXPECT_EQ((*section->components)[1].as<ORVSInputTextModel>()->constraints->type, ORVSInputTextType::URL);
 }
 
 }  // namespace

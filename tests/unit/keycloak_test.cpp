@@ -167,11 +167,6 @@ TEST_F(KeycloakTest, ParametersComeFromTheEnvironmentThenTheInformationDictionar
   auto p = makeKeyCloakParameters(*plain);
   EXPECT_EQ(p.clientId, "plist-client");
   EXPECT_EQ(p.loginMode, KeycloakLoginMode::BACKGROUND);  // no case-insensitive match: the last case
-  EXPECT_EQ(p.authMethod, KeycloakAuthenticationMethod::APPLE);
-  EXPECT_EQ(p.grant_type, "authorization_code");
-  EXPECT_EQ(p.response_type, "code");
-  EXPECT_EQ(p.scope, (std::vector<std::string>{"email", "openid", "phone", "profile"}));
-  EXPECT_EQ(p.state, "STATE");
   EXPECT_FALSE(p.guestSecretKey);
   EXPECT_EQ(KeycloakManager::getRedirectSchema(*plain), "myapp://");
 
