@@ -3,10 +3,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,6 +25,7 @@
 #include "velora_sandbox/Sandbox.hpp"
 
 #include "Fakes.hpp"
+#include "StoreSteps.hpp"
 
 namespace {
 
@@ -35,14 +34,7 @@ namespace demo = velora::sandbox::demo;
 using velora::sandbox::Sandbox;
 using velora::sandbox::SandboxOptions;
 
-struct TempDir {
-  fs::path path;
-  TempDir() {
-    std::string pattern = (fs::temp_directory_path() / "velora-cli-test.XXXXXX").string();
-    path = mkdtemp(pattern.data());
-  }
-  ~TempDir() { fs::remove_all(path); }
-};
+using velora::testing::TempDir;
 
 struct Result {
   int exitCode = -1;  // 128 + signal when the client was killed (an abort reads 134)
@@ -110,23 +102,6 @@ Result finishCli(const fs::path& home, pid_t pid) {
 Result runCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
   return finishCli(home, startCli(home, args, extraEnv));
 }
-
-// A bound but not listening socket: connecting to its port is refused, and no other process can
-// take the port while the test runs.
-struct ClosedPort {
-  int sock = socket(AF_INET, SOCK_STREAM, 0);
-  int port = 0;
-  ClosedPort() {
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &len);
-    port = ntohs(addr.sin_port);
-  }
-  ~ClosedPort() { close(sock); }
-};
 
 /// Standard error without the library's notice that secrets are kept in files (no Secret Service
 /// runs here), which it prints on every start.
@@ -203,8 +178,7 @@ std::size_t tokenRequests(const Sandbox& sandbox) { return sandbox.requestCount(
 
 TEST(Cli, CommandsAgainstTheSandbox) {
   Sandbox sandbox;
-  ClosedPort closed;
-  const std::string closedUrl = "http://127.0.0.1:" + std::to_string(closed.port);
+  const std::string closedUrl = "http://127.0.0.1:" + std::to_string(velora::testing::closedLoopbackPort());
 
   const std::vector<Case> cases{
       {"check reaches the platform", false, {"--endpoint", sandbox.baseUrl() + "/", "check"}, {}, 0,
@@ -235,12 +209,7 @@ TEST(Cli, CommandsAgainstTheSandbox) {
       {"no endpoint at all", true, {"check"}, {}, 2, "",
        "velora: no platform endpoint; pass --endpoint URL or set VELORA_ENDPOINT"},
       {"unreachable endpoint", true, {"--endpoint", closedUrl, "check"}, {}, 1, "",
-       "velora: if nothing answered at http://127.0.0.1:", [](const Result& r) {
-         EXPECT_TRUE(r.err.starts_with("velora: ")) << r.err;
-         EXPECT_NE(r.err.find("(code -27003)\nvelora: "), std::string::npos) << r.err;
-         EXPECT_NE(r.err.find("check --endpoint, and that the platform is running there"), std::string::npos) << r.err;
-         EXPECT_EQ(r.out, "");
-       }},
+       "(code -27003)\nvelora: if nothing answered at http://127.0.0.1:"},
       {"discovery at an endpoint that refuses connections says why, and where it tried", true,
        {"--endpoint", closedUrl, "login", "guest"}, {}, 1, "", "velora: Unknown Error Occurred (discoverConfiguration): Could",
        [&](const Result& r) {

@@ -17,13 +17,15 @@
 
 #include <velora/platform/SecureStore.hpp>
 
+#include "StoreSteps.hpp"
+
 namespace velora {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace secure_status;
 
-Bytes bytes(std::string_view text) { return Bytes(text.begin(), text.end()); }
+using testing::bytes;
 
 unsigned modeOf(const fs::path& path) {
   struct stat info {};
@@ -33,18 +35,13 @@ unsigned modeOf(const fs::path& path) {
 
 std::ptrdiff_t entries(const fs::path& folder) { return std::distance(fs::directory_iterator(folder), {}); }
 
-class FileSecureStoreTest : public testing::Test {
+class FileSecureStoreTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "velora-store-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    root_ = pattern;
-    folder_ = root_ / "keychain";
-  }
-  void TearDown() override { fs::remove_all(root_); }
+  void SetUp() override { ASSERT_FALSE(root_.empty()); }
 
-  fs::path root_;
-  fs::path folder_;
+  testing::TempDir temp_;
+  const fs::path& root_ = temp_.path;
+  fs::path folder_ = root_ / "keychain";
 };
 
 TEST_F(FileSecureStoreTest, FolderAndItemsAreOwnerOnly) {
@@ -66,34 +63,7 @@ TEST_F(FileSecureStoreTest, FolderAndItemsAreOwnerOnly) {
 }
 
 TEST_F(FileSecureStoreTest, ItemLifecycle) {
-  struct Step {
-    char op;  // a)dd u)pdate r)ead d)elete
-    std::optional<std::string> service;
-    std::string data;  // written, or expected when read
-    int status;
-  };
-  const auto none = std::nullopt;
-  const std::vector<Step> steps = {
-      {'r', "svc", "", kItemNotFound},     {'u', "svc", "x", kItemNotFound},    {'d', "svc", "", kItemNotFound},
-      {'a', "svc", "one", kSuccess},       {'a', "svc", "two", kDuplicateItem}, {'r', "svc", "one", kSuccess},
-      {'u', "svc", "", kSuccess},          {'r', "svc", "", kSuccess},
-      // Absent service, empty service and "svc" are three different items.
-      {'a', none, "none", kSuccess},       {'a', "", "empty", kSuccess},        {'r', none, "none", kSuccess},
-      {'r', "", "empty", kSuccess},        {'d', none, "", kSuccess},           {'r', none, "", kItemNotFound},
-      {'r', "", "empty", kSuccess},        {'d', "svc", "", kSuccess},          {'r', "svc", "", kItemNotFound},
-      {'a', "svc", "again", kSuccess},
-  };
-  auto store = makeFileSecureStore(folder_);
-  for (std::size_t i = 0; i < steps.size(); ++i) {
-    const Step& s = steps[i];
-    Bytes out;
-    const int status = s.op == 'a'   ? store->add(s.service, "al", bytes(s.data))
-                       : s.op == 'u' ? store->update(s.service, "al", bytes(s.data))
-                       : s.op == 'd' ? store->remove(s.service, "al")
-                                     : store->copyMatching(s.service, "al", &out);
-    EXPECT_EQ(status, s.status) << "step " << i;
-    EXPECT_EQ(out, s.op == 'r' ? bytes(s.data) : Bytes()) << "step " << i;
-  }
+  testing::runStoreSteps(*makeFileSecureStore(folder_), testing::commonStoreSteps());
 }
 
 TEST_F(FileSecureStoreTest, AnyTextNamesAnItem) {
