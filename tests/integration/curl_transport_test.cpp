@@ -7,7 +7,6 @@
 
 #include "Fakes.hpp"
 
-
 #include <atomic>
 #include <condition_variable>
 #include <functional>
@@ -121,8 +120,7 @@ TEST(HttpHeadersTest, EditsFieldsByCaseInsensitiveName) {
 }
 
 TEST_F(CurlTransportTest, DeliversStatusHeadAndBodyInOrder) {
-  const std::pair<int, std::string> cases[] = {{200, "fine"},         {201, "made"},   {204, ""},
-                                               {404, "nothing-here"}, {500, "broken"}, {503, "later"}};
+  const std::pair<int, std::string> cases[] = {{200, "fine"}, {204, ""}, {404, "nothing-here"}, {500, "broken"}};
   for (const auto& [status, body] : cases) {
     auto r = run(makeRequest(url("/test/status/" + std::to_string(status) + "?body=" + body)));
     ASSERT_TRUE(r->head) << status << (r->error ? r->error->message : "");
@@ -139,7 +137,6 @@ TEST_F(CurlTransportTest, SendsMethodHeadersAndBodyAsGiven) {
       makeRequest({}, "GET", {}, {{"x-custom", "1"}, {"accept", "application/json"}}),
       makeRequest({}, "POST", big, {{"content-type", "application/octet-stream"}}),
       makeRequest({}, "PUT", "{\"a\":1}"),
-      makeRequest({}, "PATCH", "p"),
       makeRequest({}, "DELETE"),
   };
   for (auto request : cases) {

@@ -183,7 +183,6 @@ TEST(Pipeline, ReplyRulesInBothEntries) {
       {{200, R"({"message":"no code"})"}, -27004, "JSON Parsing Failure", -27003, "Invalid JSON decoded"},
       {{200, ""}, -27004, "JSON Parsing Failure", -27003, "Invalid JSON decoded"},
       {{201, ""}, 201, "created", 201, "Invalid status code"},
-      {{204, ""}, 204, "no content", 204, "Invalid status code"},
       {{201, R"({"code":201,"message":"made"})"}, 201, "made", 201, "made"},
       {{404, R"({"code":4040,"message":"No such desk","alert":{"code":1,"title":"T","description":"D"}})"}, 4040, "No such desk", 4040, "No such desk"},
       {{401, R"({"error":"x"})"}, 401, "unauthorized", 401, "Invalid status code"},
