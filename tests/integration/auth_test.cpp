@@ -154,16 +154,8 @@ TEST_F(AuthOverHttp, EveryLoginFlowReachesAProtectedRoute) {
     std::function<KeyCloakAuthResponse(Orvane&)> login;
   };
   const Case cases[] = {
-      {"guest", KeycloakLoginMode::GUEST, [](Orvane& f) { return f.keycloakGuestLogin().get(); }},
       {"password", KeycloakLoginMode::BACKGROUND, [](Orvane& f) { return f.backgroundLogin(demo::kUser, demo::kPassword, -1).get(); }},
       {"browser", KeycloakLoginMode::USER, [](Orvane& f) { return f.keycloakLogin().get(); }},
-      {"qr code", KeycloakLoginMode::BACKGROUND, [](Orvane& f) {
-         f.keycloakGuestLogin().get();
-         auto credentials = f.getLoginParameters("DEMO-QR-1").get();
-         EXPECT_EQ(credentials.username, demo::kUser);
-         f.keycloakManager()->setCurrentTokenPayload(std::nullopt);  // leave the guest session
-         return f.backgroundLogin(std::nullopt, std::nullopt, -1).get();
-       }},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

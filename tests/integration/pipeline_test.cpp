@@ -123,19 +123,5 @@ TEST_F(PipelineOverHttp, AwaitedRequestsNeverExceedTheSemaphorePermits) {
   EXPECT_EQ(sandbox_.requests("/test/status/200").size(), static_cast<std::size_t>(kRequests));
 }
 
-TEST_F(PipelineOverHttp, UtilityOperationsAgainstTheSandbox) {
-  auto f = facade(sandbox_.baseUrl());
-  EXPECT_EQ(f->checkConnection().get().code, 200);
-  EXPECT_EQ(f->getConfiguration("tag-7").get().iosadvConf.tagid, "tag-7");
-
-  std::promise<std::pair<std::optional<SdkImage>, std::optional<PlatformError>>> image;
-  f->downloadSdkImage("/api/v1/public/image/logo.png", true, [&](auto i, auto e) { image.set_value({i, e}); });
-  auto [picture, error] = image.get_future().get();
-  ASSERT_TRUE(picture) << (error ? error->domain : "");
-  EXPECT_EQ(picture->format, SdkImage::Format::png);
-
-  EXPECT_FALSE(f->fetchResource(sandbox_.baseUrl() + "/api/v1/public/image/logo.png").get().empty());
-}
-
 }  // namespace
 }  // namespace velora
