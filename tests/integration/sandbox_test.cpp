@@ -257,15 +257,10 @@ TEST(TestRoutes, AnswerTheRequestedStatusBodyTypeAndLocation) {
   }
 }
 
-TEST(TestRoutes, FollowChainsServeBytesAndCanBeLeftOut) {
+// A redirect chain is followed to its end by the curl transport's tests.
+TEST(TestRoutes, ServeBytesAndCanBeLeftOut) {
   Sandbox sandbox;
   httplib::Client client(sandbox.baseUrl());
-  client.set_follow_location(true);
-  const auto followed = client.Get("/test/redirect-chain/3");
-  ASSERT_TRUE(followed);
-  EXPECT_EQ(json::parse(followed->body)["path"], "/test/echo");
-  EXPECT_EQ(sandbox.requestCount("/test/redirect-chain/1"), 1u);
-
   std::string expected(300, '\0');
   for (std::size_t i = 0; i < expected.size(); ++i) {
     expected[i] = static_cast<char>(i % 256);
