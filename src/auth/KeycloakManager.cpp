@@ -406,7 +406,10 @@ void KeycloakManager::endSession(std::optional<KeyCloakParameters> given, Logout
     // A redirect here hands control back to the application's redirect URI, which nothing serves
     // outside a browser: the session has ended, so it is not followed.
     HttpSession(platform_.transport).data(std::move(request), [finish](DataResult result) {
-      finish(result.error ? std::optional(PlatformError("Unknown Error Occurred (logout)", kUnknown)) : std::nullopt);
+      // The transport's own error says more than the generic text, which is kept for a failure
+      // that carries none.
+      if (result.error) return finish(PlatformError(result.error->message, result.error->code));
+      finish(result.response ? std::nullopt : std::optional(PlatformError("Unknown Error Occurred (logout)", kUnknown)));
     }, Redirects::stop);
     return;
   }

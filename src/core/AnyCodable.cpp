@@ -152,7 +152,7 @@ std::optional<AnyCodable> AnyCodable::tryParse(std::string_view text, std::strin
 AnyCodable AnyCodable::parse(std::string_view text) {
   std::string error;
   auto value = tryParse(text, &error);
-  if (!value) throw JsonError("AnyDecodable value cannot be decoded: " + error);
+  if (!value) throw JsonError("AnyDecodable value cannot be decoded", std::move(error));
   return std::move(*value);
 }
 

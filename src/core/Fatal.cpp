@@ -14,12 +14,9 @@ void fatal(std::string_view message) {
   std::abort();
 }
 
-void debugAssertionFailure([[maybe_unused]] const Platform& platform, std::string_view message) {
-#ifdef NDEBUG
+void debugAssertionFailure(const Platform& platform, std::string_view message) {
+  if (platform.debugAssertionsStop) fatal(message);
   platform.print(message);
-#else
-  fatal(message);
-#endif
 }
 
 }  // namespace velora

@@ -56,9 +56,11 @@ std::string ORVSLogManager::readLog(bool fullOutput) {
 
 void ORVSLogManager::clearLog() {
   const Platform& platform = Platform::getDefault();
+  const auto file = logFile(platform);
   std::error_code error;
-  std::filesystem::remove(logFile(platform), error);
-  if (error) platform.print(error.message());
+  // A missing file is a failed deletion too, and the developer is told so.
+  if (!std::filesystem::remove(file, error) && !error) error = std::make_error_code(std::errc::no_such_file_or_directory);
+  if (error) platform.print("Could not delete " + file.string() + ": " + error.message());
 }
 
 std::vector<std::string> split(std::string_view text, std::size_t by) {

@@ -380,13 +380,20 @@ AnyCodable Orvane::dataPayload(std::string_view body) {
   return AnyCodable::object({{"data", Bytes(body.begin(), body.end())}});
 }
 
+namespace {
+/// The decoding error with what the parser found, for the console only.
+std::string diagnostic(const JsonError& error) {
+  return error.detail().empty() ? error.what() : std::string(error.what()) + " (" + error.detail() + ")";
+}
+}  // namespace
+
 ResponseMessage Orvane::jsonParsingFailure(const JsonError& error) const {
-  platform_.print(std::string(kResumeSessionName) + " - " + error.what());
+  platform_.print(std::string(kResumeSessionName) + " - " + diagnostic(error));
   return APIError::jsonParsingFailure().responseMessage;
 }
 
 APIError Orvane::invalidJSONDecoded(const JsonError& error) const {
-  platform_.print(std::string(kResumeAsyncName) + " - " + error.what());
+  platform_.print(std::string(kResumeAsyncName) + " - " + diagnostic(error));
   return APIError::responseUnsuccessful("Invalid JSON decoded");
 }
 

@@ -97,8 +97,12 @@ std::optional<URL> URL::parse(std::string_view text) {
 std::optional<URL> URL::safeInit(std::string_view string) {
   auto url = parse(string);
   if (!url || url->path_.find("//") == std::string::npos) return url;
-  std::string path = url->path_;
-  for (auto at = path.find("//"); at != std::string::npos; at = path.find("//", at)) path.erase(at, 1);
+  // One left-to-right pass over non-overlapping pairs: "///x" becomes "//x", as the platform does.
+  std::string path;
+  for (std::size_t i = 0; i < url->path_.size(); ++i) {
+    path.push_back(url->path_[i]);
+    if (url->path_.compare(i, 2, "//") == 0) ++i;
+  }
   std::string text = url->text_;
   text.replace(url->pathStart_, url->path_.size(), path);
   return parse(text);

@@ -62,6 +62,14 @@ Platform& Platform::getDefault() {
   return *defaultPlatform;
 }
 
+bool debugAssertionsStopByDefault() {
+#ifdef NDEBUG
+  return false;
+#else
+  return true;
+#endif
+}
+
 void Platform::print(std::string_view line) const {
   if (console) console(line);
 }
@@ -71,7 +79,10 @@ std::shared_ptr<HostInfo> loadHostInfo(const std::filesystem::path& file) {
   if (!in) throw std::system_error(errno, std::generic_category(), "cannot read " + file.string());
   std::stringstream text;
   text << in.rdbuf();
-  const AnyCodable root = AnyCodable::parse(text.str());
+  std::string error;
+  const auto parsed = AnyCodable::tryParse(text.str(), &error);
+  if (!parsed) throw JsonError(file.string() + " is not JSON: " + error);
+  const AnyCodable& root = *parsed;
   std::optional<std::string> bundle;
   if (const auto* id = root.find("bundleIdentifier"); id && id->as<std::string>()) bundle = *id->as<std::string>();
   const AnyCodable* info = root.find("info");

@@ -123,6 +123,7 @@ Platform FakePlatform::platform() {
   p.customAuthentication = makeUnavailableCustomAuthenticationHandler();
   p.documentsDirectory = std::filesystem::temp_directory_path();
   p.console = [this](std::string_view line) { consoleLines.emplace_back(line); };
+  p.debugAssertionsStop = debugAssertionsStop;
   return p;
 }
 

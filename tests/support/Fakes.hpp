@@ -149,6 +149,8 @@ struct FakePlatform {
   std::vector<std::string> consoleLines;
   std::optional<std::string> bundleIdentifier = "test.app";
   AnyCodable info;
+  /// Tests run the same in every build type: assertions print unless a test asks otherwise.
+  bool debugAssertionsStop = false;
 
   Platform platform();
 };

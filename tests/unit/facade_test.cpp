@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <thread>
 
 #include <velora/core/Orvane.hpp>
 
@@ -76,6 +77,10 @@ TEST(Facade, SetupWithoutEnvironmentFallsBackToTheInformationDictionary) {
   EXPECT_EQ(bare.consoleLines, (std::vector<std::string>{"Orvane-SDK: Wrong or missing environment-model",
                                                          "Orvane-SDK: Missing environment-model"}));
   EXPECT_EQ(unconfigured->authStatus(), AuthenticationStatus::unknown);
+
+  FakePlatform strict;
+  strict.debugAssertionsStop = true;
+  EXPECT_DEATH(makeFacade(strict, std::nullopt), "VeloraSDK fatal error: Orvane-SDK: Wrong or missing environment-model");
 }
 
 TEST(Facade, SessionCarriesExactlyTheSessionHeadersAndAddsAPermitEachTime) {
@@ -170,6 +175,57 @@ TEST(Pipeline, TokenDecisionInBothEntries) {
   }
 }
 
+TEST(Pipeline, A401AfterARenewalIsReportedWithoutRenewingAgain) {
+  for (bool awaited : {false, true}) {
+    SCOPED_TRACE(awaited ? "awaited" : "callback");
+    FakePlatform fakes;
+    fakes.transport->responder = [](const HttpRequest&) { return Reply{401, R"({"error":"invalid_token"})"}; };
+    auto facade = makeFacade(fakes);
+    auto renewer = std::make_shared<FakeRenewer>();
+    renewer->state = {false, true, true};
+    facade->setSessionRenewer(renewer);
+    facade->setupSession();
+    const auto request = *facade->makeRequest("/api/v1/public/diagnostic/check");
+    if (awaited) {
+      auto result = awaitResult(facade->resumeAsyncSession<ResponseMessage>(request));
+      ASSERT_TRUE(result.error);
+      EXPECT_EQ(*result.error, ResponseMessage(401, "Invalid status code"));
+    } else {
+      auto m = callbackResult(fakes, [&](ResponseCallback cb) { facade->resumeSession(request, ResponseMessage{}, cb); });
+      EXPECT_EQ(m.code, 401);
+    }
+    EXPECT_EQ(renewer->refreshes, 1);
+    EXPECT_EQ(renewer->captives, 0);
+    ASSERT_EQ(fakes.transport->requests().size(), 1u);
+    EXPECT_EQ(fakes.transport->requests()[0].headers.get("Authorization"), "Bearer renewed-token");
+  }
+}
+
+Task<void> takePermit(AsyncSemaphore& semaphore) { co_await semaphore.wait(); }
+
+TEST(Pipeline, AnAwaitedRequestCancelledWhileWaitingForItsTurnThrowsWithoutSending) {
+  FakePlatform fakes;
+  auto facade = makeFacade(fakes, kEnvironment, true);
+  AsyncSemaphore& turns = facade->resumeAsyncSessionSemaphore;
+  while (turns.value() > 0) takePermit(turns).get();
+  auto task = facade->resumeAsyncSession<ResponseMessage>(*facade->makeRequest("/api/v1/public/diagnostic/check"));
+  std::exception_ptr error;
+  std::thread runner([&] {
+    try {
+      task.get();
+    } catch (...) {
+      error = std::current_exception();
+    }
+  });
+  while (turns.value() != -1) std::this_thread::yield();
+  task.cancel();
+  runner.join();
+  ASSERT_TRUE(error);
+  EXPECT_THROW(std::rethrow_exception(error), CancellationError);
+  EXPECT_TRUE(fakes.transport->requests().empty());
+  EXPECT_EQ(turns.value(), 0);
+}
+
 TEST(Pipeline, ReplyRulesInBothEntries) {
   struct Case {
     Reply reply;
@@ -202,6 +258,17 @@ TEST(Pipeline, ReplyRulesInBothEntries) {
     EXPECT_EQ(awaited.code, c.awaitCode);
     EXPECT_EQ(awaited.message, c.awaitMessage);
   }
+}
+
+TEST(Pipeline, AnUnreadableReplyIsLoggedWithWhatTheParserFound) {
+  FakePlatform fakes;
+  fakes.transport->responder = [](const HttpRequest&) { return Reply{200, "{\"code\":"}; };
+  auto facade = makeFacade(fakes, kEnvironment, true);
+  EXPECT_EQ(callbackResult(fakes, [&](ResponseCallback cb) { facade->checkConnection(cb); }).code, -27004);
+  ASSERT_EQ(fakes.consoleLines.size(), 1u);
+  EXPECT_EQ(fakes.consoleLines[0].rfind("resumeSession(with:payload:callback:) - AnyDecodable value cannot be decoded (", 0), 0u)
+      << fakes.consoleLines[0];
+  EXPECT_NE(fakes.consoleLines[0].find("unexpected end of input"), std::string::npos) << fakes.consoleLines[0];
 }
 
 TEST(Pipeline, SuccessfulPayloadDecodesBackIntoTheRecord) {

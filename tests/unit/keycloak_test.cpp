@@ -163,6 +163,10 @@ TEST_F(KeycloakTest, ParametersComeFromTheEnvironmentThenTheInformationDictionar
   EXPECT_FALSE(p.guestSecretKey);
   EXPECT_EQ(KeycloakManager::getRedirectSchema(*plain), "myapp://");
 
+  FakePlatform unconfigured;
+  Orvane::setupSDK(EnvironmentModel("http://p.test"), unconfigured.platform());
+  EXPECT_EQ(makeKeyCloakParameters(*Orvane::make(unconfigured.platform())).loginMode, KeycloakLoginMode::USER);
+
   auto fromEnvironment = makeKeyCloakParameters(*facade);
   EXPECT_EQ(fromEnvironment.clientId, "velora-app");
   EXPECT_EQ(fromEnvironment.loginMode, KeycloakLoginMode::GUEST);
@@ -258,12 +262,17 @@ TEST_F(KeycloakTest, FlowErrorsCarryTheirCodesAndKeepTheToken) {
     Orvane::setupSDK(*facade->environment, local.platform());
     auto f = Orvane::make(local.platform());
     f->setupKeycloak(params);
+    // A session that can no longer be renewed, so every flow goes to the server.
+    KeyCloakAuthResponse stale = live;
+    stale.storingDate = local.clock->now() - std::chrono::hours(1);
+    f->keycloakManager()->setCurrentTokenPayload(stale);
     auto result = run([&](auto done) { c.flow(*f->keycloakManager(), done); }, *local.queue);
     ASSERT_TRUE(result.second);
     EXPECT_EQ(result.second->code, c.code);
     EXPECT_EQ(result.second->domain, c.domain);
     EXPECT_EQ(local.transport->requests().size(), c.requests);
-    EXPECT_FALSE(f->keycloakManager()->currentTokenPayload());
+    EXPECT_EQ(f->keycloakManager()->currentTokenPayload(), stale);
+    EXPECT_EQ(f->keychain().readItem<KeyCloakAuthResponse>(), stale);
   }
 }
 
@@ -292,10 +301,21 @@ TEST_F(KeycloakTest, BackgroundLoginUsesStoredCredentialsUnlessExpired) {
   EXPECT_EQ(sent(kTokenEndpoint).size(), 1u);
 }
 
-TEST_F(KeycloakTest, LogoutClearsTheStoredToken) {
+TEST_F(KeycloakTest, LogoutPassesTransportErrorsOnAndClearsTheStoredTokenOnSuccess) {
   auto manager = setUpManager(KeycloakLoginMode::BACKGROUND);
   BackgroundLoginParameters{"demo", "pw", -1, std::nullopt}.storeToKeychain(facade->keychain());
   ASSERT_TRUE(run([&](auto done) { manager->performBackgroundAuth(std::nullopt, done); }).first);
+  const auto answer = fakes.transport->responder;
+  fakes.transport->responder = [](const HttpRequest&) { return Reply{0, "", TransportError{-1001, "The request timed out."}}; };
+  try {
+    facade->logout().get();
+    ADD_FAILURE();
+  } catch (const PlatformError& e) {
+    EXPECT_EQ(e.code, -1001);
+    EXPECT_EQ(e.domain, "The request timed out.");
+  }
+  EXPECT_TRUE(manager->currentTokenPayload());
+  fakes.transport->responder = answer;
   facade->logout().get();
   EXPECT_FALSE(manager->currentTokenPayload());
   EXPECT_EQ(sent("http://idp.test/realms/velora/protocol/openid-connect/logout").back().url,
@@ -304,6 +324,20 @@ TEST_F(KeycloakTest, LogoutClearsTheStoredToken) {
   auto stored = facade->keychain().read("keycloak", "access-token");
   EXPECT_EQ(std::string(stored->begin(), stored->end()), "null");
   EXPECT_EQ(facade->session()->additionalHeaders().get("Authorization"), std::nullopt);
+}
+
+TEST(BackgroundCredentials, RemovingWhenNothingIsStoredIsQuietAndKeepsOtherItems) {
+  FakePlatform fakes;
+  const Platform platform = fakes.platform();
+  KeychainHelper keychain(platform.secureStore, platform.console);
+  keychain.saveItem(std::string("token"));
+  EXPECT_TRUE(BackgroundLoginParameters::removeFromKeychain(keychain));
+  EXPECT_TRUE(fakes.consoleLines.empty());
+  EXPECT_EQ(keychain.readItem<std::string>(), "token");
+  ASSERT_TRUE((BackgroundLoginParameters{"demo", "pw", -1, std::nullopt}.storeToKeychain(keychain)));
+  EXPECT_TRUE(BackgroundLoginParameters::removeFromKeychain(keychain));
+  EXPECT_FALSE(BackgroundLoginParameters::readFromKeychain(keychain));
+  EXPECT_EQ(keychain.readItem<std::string>(), "token");
 }
 
 TEST_F(KeycloakTest, ANewManagerResumesAStoredSessionWhileItCanBeRefreshed) {

@@ -61,12 +61,15 @@ TEST_F(LogManagerTest, ShortReadReturnsTheLastFifteenThousandCharacterPiece) {
   }
 }
 
-TEST_F(LogManagerTest, ClearRemovesTheFileAndReadingNothingIsEmpty) {
+TEST_F(LogManagerTest, ClearRemovesTheFileAndTellsWhenThereIsNone) {
   ORVSLogManager::log("x");
   ORVSLogManager::clearLog();
   EXPECT_FALSE(std::filesystem::exists(folder_ / "console.log"));
   EXPECT_EQ(ORVSLogManager::readLog(false), "");
-  ORVSLogManager::clearLog();  // nothing to delete: only printed
+  fakes_.consoleLines.clear();  // the entry itself was echoed
+  ORVSLogManager::clearLog();
+  EXPECT_EQ(fakes_.consoleLines,
+            std::vector<std::string>{"Could not delete " + (folder_ / "console.log").string() + ": No such file or directory"});
 }
 
 TEST(Split, CountsCharactersNotBytes) {

@@ -5,14 +5,15 @@
 namespace velora {
 namespace {
 
-TEST(URL, SafeInitCollapsesDoubleSlashesInThePathOnly) {
+TEST(URL, SafeInitReplacesEachDoubleSlashPairInThePathOnly) {
   struct Case {
     const char* text;
     const char* expected;  // nullptr: no URL
   };
   const Case cases[] = {
       {"https://host.example/api/v1/x", "https://host.example/api/v1/x"},
-      {"https://host.example//api//v1///x", "https://host.example/api/v1/x"},
+      {"https://host.example//api//v1///x", "https://host.example/api/v1//x"},
+      {"https://host.example/a////b", "https://host.example/a//b"},
       {"http://127.0.0.1:8080//api/v1?next=http://a//b", "http://127.0.0.1:8080/api/v1?next=http://a//b"},
       {"https://host.example/a//b#frag//x", "https://host.example/a/b#frag//x"},
       {"https://host.example/a b", nullptr},

@@ -20,7 +20,13 @@ using Bytes = std::vector<std::uint8_t>;
 /// Thrown when a value cannot be turned into JSON text or read from it.
 class JsonError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit JsonError(const std::string& message, std::string detail = {})
+      : std::runtime_error(message), detail_(std::move(detail)) {}
+  /// What the parser found and where, for logs; the message stays the fixed text callers match.
+  const std::string& detail() const noexcept { return detail_; }
+
+ private:
+  std::string detail_;
 };
 
 class AnyCodable {
@@ -66,7 +72,8 @@ class AnyCodable {
   /// Object member for writing; turns a null value into an empty object first.
   AnyCodable& operator[](std::string_view key);
 
-  /// Parses JSON text. Throws JsonError("AnyDecodable value cannot be decoded: ...").
+  /// Parses JSON text. Throws JsonError("AnyDecodable value cannot be decoded") with the parser's
+  /// finding in `detail()`.
   static AnyCodable parse(std::string_view text);
   /// Parses JSON text; nullopt and the reason in `error` instead of throwing.
   static std::optional<AnyCodable> tryParse(std::string_view text, std::string* error = nullptr);

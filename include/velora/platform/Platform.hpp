@@ -21,6 +21,9 @@ namespace velora {
 /// Where diagnostic console lines go (standard output unless replaced).
 using ConsoleSink = std::function<void(std::string_view line)>;
 
+/// True when the library was built without NDEBUG.
+bool debugAssertionsStopByDefault();
+
 struct Platform {
   std::shared_ptr<HttpTransport> transport;
   std::shared_ptr<MainQueue> mainQueue;
@@ -40,6 +43,9 @@ struct Platform {
   /// The application's documents folder ("console.log" lives here).
   std::filesystem::path documentsDirectory;
   ConsoleSink console;
+  /// Whether a debug assertion (a setup mistake such as a missing environment) stops the process
+  /// or is only printed. Defaults to the library's build type: stop unless built with NDEBUG.
+  bool debugAssertionsStop = debugAssertionsStopByDefault();
 
   /// Real adapters for an application named `bundleIdentifier`: curl transport, a ThreadQueue as
   /// main queue, a two-thread pool as executor, defaults in $XDG_CONFIG_HOME/<bundleIdentifier>/defaults.json, documents in
