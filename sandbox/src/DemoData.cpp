@@ -123,6 +123,17 @@ const Room* findRoom(const std::vector<Floor>& floors, int mapId, int roomId) {
   return nullptr;
 }
 
+void checkPosition(const Reader& r, const json& position, const std::string& where, const std::vector<Floor>& floors) {
+  for (const char* key : {"x", "y"}) {
+    r.number(position, where, key);
+  }
+  r.integer(position, where, "level");
+  const Room* room = findRoom(floors, r.integer(position, where, "mapId"), r.integer(position, where, "roomId"));
+  if (room == nullptr || r.integer(position, where, "areaId") != room->areaId) {
+    r.fail(where, "names no room of the floors, or the room's area differs");
+  }
+}
+
 // What Equipment relies on: unique item ids and value ids, and the fields each control kind is
 // validated against.
 void checkControl(const Reader& r, const json& control, const std::string& where, std::set<int>& valueIds) {
@@ -167,16 +178,7 @@ json readItems(const Reader& r, const std::vector<Floor>& floors) {
       r.text(items[i], where, key);
     }
     if (const auto position = items[i].find("position"); position != items[i].end()) {
-      const std::string placeWhere = where + ".position";
-      for (const char* key : {"x", "y"}) {
-        r.number(*position, placeWhere, key);
-      }
-      r.integer(*position, placeWhere, "level");
-      const Room* room = findRoom(floors, r.integer(*position, placeWhere, "mapId"),
-                                  r.integer(*position, placeWhere, "roomId"));
-      if (room == nullptr || r.integer(*position, placeWhere, "areaId") != room->areaId) {
-        r.fail(placeWhere, "names no room of building.json's floors, or the room's area differs");
-      }
+      checkPosition(r, *position, where + ".position", floors);
     }
     if (items[i].contains("controls")) {
       const json& controls = r.array(items[i], where, "controls");
@@ -213,6 +215,163 @@ LiveWidget readLiveWidget(const Reader& r, const char* key, std::size_t minReadi
   }
   widget.readings = readings.get<std::vector<double>>();
   return widget;
+}
+
+// Members that hold lists of objects with at least an id and a name.
+void checkNamedList(const Reader& r, const json& object, const std::string& where, const char* key) {
+  if (!object.contains(key)) {
+    return;
+  }
+  const json& list = r.array(object, where, key);
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    r.text(list[i], at(where + "." + key, i), "id");
+    r.text(list[i], at(where + "." + key, i), "name");
+  }
+}
+
+void checkFilterElements(const Reader& r, const json& list, const std::string& where) {
+  if (!list.is_array()) {
+    r.fail(where, "must be an array");
+  }
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    for (const char* key : {"id", "filterId", "type", "name"}) {
+      r.text(list[i], at(where, i), key);
+    }
+  }
+}
+
+// What the booking engine relies on: unique ids, lockers with a size and a place, rooms with a
+// capacity, and positions on a floor the building has.
+json readResources(const Reader& r, const std::vector<Floor>& floors) {
+  const json& resources = r.array(r.root(), "the file", "resources");
+  std::set<std::string> ids;
+  for (std::size_t i = 0; i < resources.size(); ++i) {
+    const std::string where = at("resources", i);
+    const json& resource = resources[i];
+    if (!ids.insert(r.text(resource, where, "id")).second) {
+      r.fail(where + ".id", "is used by another resource");
+    }
+    r.text(resource, where, "name");
+    const std::string type = r.text(resource, where, "type");
+    if (resource.contains("favourite")) {
+      r.fail(where, "must not hold \"favourite\": it is each user's own");
+    }
+    for (const char* key : {"position", "buildingPosition"}) {
+      if (resource.contains(key)) {
+        checkPosition(r, resource[key], where + "." + key, floors);
+      }
+    }
+    for (const char* key : {"services", "controls", "sensors", "additionalServices"}) {
+      checkNamedList(r, resource, where, key);
+    }
+    if (const auto data = resource.find("data"); data != resource.end()) {
+      if (!data->is_object() || !std::all_of(data->begin(), data->end(), [](const json& v) { return v.is_string(); })) {
+        r.fail(where + ".data", "must be an object of strings");
+      }
+    }
+    if (const auto config = resource.find("bookingConfig"); config != resource.end()) {
+      for (const char* key : {"dailyBooking", "timeBooking", "attendeesPresent", "hasRecurring"}) {
+        if (!r.member(*config, where + ".bookingConfig", key).is_boolean()) {
+          r.fail(where + ".bookingConfig." + key, "must be a boolean");
+        }
+      }
+    }
+    if (type == "LOCKER") {
+      const std::string size = r.text(resource, where, "subtype");
+      if (size != "S" && size != "M" && size != "L") {
+        r.fail(where + ".subtype", "must be a locker size: S, M or L");
+      }
+      r.member(resource, where, "position");
+    } else if (type == "ROOM") {
+      r.text(r.member(resource, where, "data"), where + ".data", "capacity");
+    }
+  }
+  return resources;
+}
+
+std::vector<AgendaExtra> readAgenda(const Reader& r, const json& resources,
+                                    const std::function<bool(std::string_view)>& isUser) {
+  std::vector<AgendaExtra> agenda;
+  const json& list = r.array(r.root(), "the file", "agenda");
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string where = at("agenda", i);
+    AgendaExtra extra{r.text(list[i], where, "user"), r.integer(list[i], where, "dayOffset"),
+                      r.member(list[i], where, "element"), r.text(list[i], where, "resourceId")};
+    if (!isUser(extra.user)) {
+      r.fail(where + ".user", "is no user of the realm");
+    }
+    r.text(extra.element, where + ".element", "id");
+    r.text(extra.element, where + ".element", "type");
+    if (std::none_of(resources.begin(), resources.end(),
+                     [&extra](const json& resource) { return resource["id"] == extra.resourceId; })) {
+      r.fail(where + ".resourceId", "names no resource");
+    }
+    agenda.push_back(std::move(extra));
+  }
+  return agenda;
+}
+
+BookingData readBooking(const Reader& r, std::vector<Floor>& floors,
+                        const std::function<bool(std::string_view)>& isUser) {
+  for (Floor& floor : readFloors(r)) {
+    for (const Floor& known : floors) {
+      if (known.mapId == floor.mapId) {
+        r.fail("floors", "repeats map id " + std::to_string(floor.mapId) + " of another floor");
+      }
+    }
+    floors.push_back(std::move(floor));
+  }
+  BookingData booking;
+  booking.resources = readResources(r, floors);
+  booking.people = r.array(r.root(), "the file", "people");
+  std::set<std::string> personIds;
+  for (std::size_t i = 0; i < booking.people.size(); ++i) {
+    if (!personIds.insert(r.text(booking.people[i], at("people", i), "id")).second) {
+      r.fail(at("people", i) + ".id", "is used by another person");
+    }
+    r.text(booking.people[i], at("people", i), "email");
+  }
+  booking.filters = r.array(r.root(), "the file", "filters");
+  std::set<std::string> filterTypes;
+  for (std::size_t i = 0; i < booking.filters.size(); ++i) {
+    const std::string where = at("filters", i);
+    r.text(booking.filters[i], where, "id");
+    if (!filterTypes.insert(r.text(booking.filters[i], where, "type")).second) {
+      r.fail(where + ".type", "has a filter already");
+    }
+    checkFilterElements(r, r.array(booking.filters[i], where, "filterElements"), where + ".filterElements");
+  }
+  booking.sections = r.array(r.root(), "the file", "sections");
+  for (std::size_t i = 0; i < booking.sections.size(); ++i) {
+    r.text(booking.sections[i], at("sections", i), "id");
+    r.array(booking.sections[i], at("sections", i), "sectionValues");
+  }
+  booking.editFilters = r.member(r.root(), "the file", "editFilters");
+  if (!booking.editFilters.is_object()) {
+    r.fail("editFilters", "must be an object");
+  }
+  for (const auto& [type, elements] : booking.editFilters.items()) {
+    checkFilterElements(r, elements, "editFilters." + type);
+  }
+  booking.lockerFilter = r.member(r.root(), "the file", "lockerFilter");
+  r.text(booking.lockerFilter, "lockerFilter", "id");
+  checkFilterElements(r, r.array(booking.lockerFilter, "lockerFilter", "filterElements"), "lockerFilter.filterElements");
+  booking.agenda = readAgenda(r, booking.resources, isUser);
+  return booking;
+}
+
+// Widgets are read by their "type" alone, so that is all a template must have.
+json readHomeContainers(const Reader& r) {
+  const json& containers = r.array(r.root(), "the file", "containers");
+  for (std::size_t i = 0; i < containers.size(); ++i) {
+    const std::string where = at("containers", i);
+    r.text(containers[i], where, "type");
+    const json& widgets = r.array(containers[i], where, "widgets");
+    for (std::size_t w = 0; w < widgets.size(); ++w) {
+      r.text(widgets[w], at(where + ".widgets", w), "type");
+    }
+  }
+  return containers;
 }
 
 std::string fillText(std::string_view text, const std::vector<std::pair<std::string, std::string>>& values) {
@@ -288,6 +447,8 @@ DemoData loadDemoData(const DataFiles& files, const std::function<bool(std::stri
   data.roomWidgets = widgets.array(widgets.root(), "the file", "room");
   data.scriptedWidget = readLiveWidget(widgets, "scripted", 2);
   data.singleWidget = readLiveWidget(widgets, "single", 1);
+  data.booking = readBooking(Reader(files, "booking.json"), data.floors, isUser);
+  data.booking.homeContainers = readHomeContainers(Reader(files, "home.json"));
   return data;
 }
 

@@ -65,7 +65,29 @@ struct LiveWidget {
   std::vector<double> readings;
 };
 
+/// A schedule element the agenda shows a user besides their bookings, `dayOffset` days from the
+/// sandbox's today, with `resourceId`'s resource.
+struct AgendaExtra {
+  std::string user;
+  int dayOffset = 0;
+  nlohmann::json element;
+  std::string resourceId;
+};
+
+/// What the booking routes serve besides the bookings themselves (booking.json, home.json).
+struct BookingData {
+  nlohmann::json resources;  // the platform's Resource objects without "favourite"
+  nlohmann::json people;     // BookingUserInvite objects
+  nlohmann::json filters;    // Filter objects, one per FilterType
+  nlohmann::json sections;   // SectionFilter objects
+  nlohmann::json editFilters;   // resource type -> FilterElement list ("{day}", "{start}", ...)
+  nlohmann::json lockerFilter;  // a Filter ("{size}")
+  std::vector<AgendaExtra> agenda;
+  nlohmann::json homeContainers;  // Container templates ("{username}", "{name}")
+};
+
 struct DemoData {
+  /// building.json's floors, then booking.json's.
   std::vector<Floor> floors;
   /// The tags the position and diagnostic streams follow when the request names none.
   std::vector<std::string> defaultTags;
@@ -78,6 +100,7 @@ struct DemoData {
   LiveWidget scriptedWidget;
   /// The single-widget stream's widget ("{componentId}"), cycling through its readings.
   LiveWidget singleWidget;
+  BookingData booking;
 
   /// The name of a room on any floor; "Room ID" for one the building does not have.
   std::string roomName(const std::string& roomId) const;
