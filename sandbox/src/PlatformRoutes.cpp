@@ -12,21 +12,6 @@ using nlohmann::json;
 
 constexpr std::string_view kPublicPrefix = "/api/v1/public/";
 
-// The token of an "Authorization: Bearer TOKEN" header (the scheme in any case); empty for no
-// header or another scheme.
-std::string bearerToken(const httplib::Request& req) {
-  const std::string value = req.get_header_value("Authorization");
-  constexpr std::size_t kSchemeLength = 7;  // "Bearer "
-  if (lowerCase(value.substr(0, kSchemeLength)) != "bearer ") {
-    return {};
-  }
-  const auto begin = value.find_first_not_of(" \t", kSchemeLength);
-  if (begin == std::string::npos) {
-    return {};
-  }
-  return value.substr(begin, value.find_last_not_of(" \t") + 1 - begin);
-}
-
 void serveImage(httplib::Response& res, const std::string& name) {
   const DemoImage* image = findDemoImage(name);
   if (image == nullptr) {
@@ -150,6 +135,28 @@ bool requireLiveToken(Exchange& x) {
   }
   sendMessage(x.res, 401, kUnauthorizedMessage);
   return false;
+}
+
+std::string bearerToken(const httplib::Request& req) {
+  const std::string value = req.get_header_value("Authorization");
+  constexpr std::size_t kSchemeLength = 7;  // "Bearer "
+  if (lowerCase(value.substr(0, kSchemeLength)) != "bearer ") {
+    return {};
+  }
+  const auto begin = value.find_first_not_of(" \t", kSchemeLength);
+  if (begin == std::string::npos) {
+    return {};
+  }
+  return value.substr(begin, value.find_last_not_of(" \t") + 1 - begin);
+}
+
+// The token may have expired since the guard let the request in; it then gets the same 401.
+std::string requestUser(const Exchange& x) {
+  auto user = x.services.realm.accessTokenUser(bearerToken(x.req));
+  if (!user) {
+    throw RequestError(401, kUnauthorizedMessage);
+  }
+  return std::move(*user);
 }
 
 RouteTable platformRoutes() { return kPlatformRoutes; }

@@ -246,10 +246,15 @@ void Realm::revokeAll() {
   codes_.clear();
 }
 
-bool Realm::isLiveAccessToken(const std::string& token) const {
+bool Realm::isLiveAccessToken(const std::string& token) const { return accessTokenUser(token).has_value(); }
+
+std::optional<std::string> Realm::accessTokenUser(const std::string& token) const {
   const std::lock_guard lock(mutex_);
   const auto it = tokens_.find(token);
-  return it != tokens_.end() && !it->second.refresh && now() < it->second.expires;
+  if (it == tokens_.end() || it->second.refresh || now() >= it->second.expires) {
+    return std::nullopt;
+  }
+  return it->second.session.username;
 }
 
 std::size_t Realm::liveTokenCount() const {

@@ -81,6 +81,8 @@ class Realm {
   void revokeAll();
 
   bool isLiveAccessToken(const std::string& token) const;
+  /// The user a live access token was issued to; nullopt for any other token.
+  std::optional<std::string> accessTokenUser(const std::string& token) const;
   std::size_t liveTokenCount() const;
   /// Throws std::invalid_argument for a user the realm does not know.
   std::string issueAccessToken(const std::string& username);

@@ -20,6 +20,7 @@
 #include <thread>
 #include <utility>
 
+#include "Booking.hpp"
 #include "DemoData.hpp"
 #include "Realm.hpp"
 #include "SandboxInternal.hpp"
@@ -85,9 +86,10 @@ struct Sandbox::Impl {
   const detail::DemoData& data;
   detail::Realm realm;
   detail::Equipment equipment;
+  detail::Bookings bookings{data};
   detail::StreamHub hub{stopping};
   detail::FaultSwitches faults{stopping};
-  detail::Services services{options, stopping, data, realm, equipment, hub, faults};
+  detail::Services services{options, stopping, data, realm, equipment, bookings, hub, faults};
   detail::Router router;
   std::atomic<bool> listenerDone{false};
   std::thread listener;
@@ -119,6 +121,7 @@ std::string Sandbox::Impl::url() const {
 void Sandbox::Impl::configure() {
   router.add(detail::realmRoutes(), nullptr, {{"realm", detail::regexEscape(realm.name())}});
   router.add(detail::platformRoutes(), detail::requireLiveToken);
+  router.add(detail::bookingRoutes(), detail::requireLiveToken);
   router.add(detail::streamRoutes(), detail::requireLiveToken);
   if (options.testRoutes) {
     router.add(detail::testRoutes());
@@ -315,7 +318,11 @@ std::string Sandbox::issueAccessToken(const std::string& username) {
   return impl_->realm.issueAccessToken(username);
 }
 
-void Sandbox::advanceClock(std::chrono::seconds by) { impl_->realm.advanceClock(by); }
+// One clock for the whole sandbox: tokens expire and "today" moves on together.
+void Sandbox::advanceClock(std::chrono::seconds by) {
+  impl_->realm.advanceClock(by);
+  impl_->bookings.advanceClock(by);
+}
 
 std::size_t Sandbox::itemSetCount(int valueId) const { return impl_->equipment.setCount(valueId); }
 

@@ -27,6 +27,7 @@ namespace velora::sandbox::detail {
 
 class Realm;
 class Equipment;
+class Bookings;
 class StreamHub;
 class FaultSwitches;
 struct DemoData;
@@ -38,6 +39,7 @@ struct Services {
   const DemoData& data;
   Realm& realm;
   Equipment& equipment;
+  Bookings& bookings;
   StreamHub& hub;
   FaultSwitches& faults;
 };
@@ -251,6 +253,11 @@ inline constexpr const char* kUnauthorizedMessage = "Unauthorized: a valid beare
 /// The platform's gateway check: outside /api/v1/public/ a request needs a live access token
 /// from the realm, or it gets 401.
 bool requireLiveToken(Exchange& x);
+/// The token of an "Authorization: Bearer TOKEN" header (the scheme in any case); empty for no
+/// header or another scheme.
+std::string bearerToken(const httplib::Request& req);
+/// The user whose live access token the request carries; for routes behind requireLiveToken.
+std::string requestUser(const Exchange& x);
 
 // The route sets, each a table read top to bottom.
 /// Discovery, login, token and logout under /realms/{realm}.
@@ -259,6 +266,8 @@ RouteTable realmRoutes();
 RouteTable platformRoutes();
 /// The platform's event streams; installed behind requireLiveToken.
 RouteTable streamRoutes();
+/// Bookings, lockers, filters and the home screen; installed behind requireLiveToken.
+RouteTable bookingRoutes();
 /// The /test/... routes.
 RouteTable testRoutes();
 
