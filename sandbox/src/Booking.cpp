@@ -47,7 +47,7 @@ std::optional<Day> parseDay(std::string_view text) {
 
 std::string formatDay(Day day) {
   const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(day))};
-  char text[16];
+  char text[40];
   std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(date.year()),
                 static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
   return text;
@@ -66,7 +66,7 @@ std::optional<int> parseTime(std::string_view text) {
 }
 
 std::string formatTime(int minutes) {
-  char text[8];
+  char text[32];
   std::snprintf(text, sizeof text, "%02d:%02d", minutes / 60, minutes % 60);
   return text;
 }
