@@ -116,7 +116,8 @@ TEST(HomeWidgets, FilteringUnknownContainersKeepsTheWidgets) {
 
 TEST(HomeWidgets, ProfileActionsFollowTheEndpointsFinalSlash) {
   FakePlatform fakes;
-  fakes.transport->responder = [](const HttpRequest&) {
+  fakes.transport->responder = [](const HttpRequest& request) {
+    if (!request.url.ends_with("/profile/my")) return Reply{200, R"({"type":"HOLOGRAM"})"};
     return Reply{200, R"({"profileId":"p-1","profileFilter":[{"filterType":"DESK","filter":{"id":"f","filterElements":[]}}]})"};
   };
   auto facade = testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test/base/", 30), true);
