@@ -4,6 +4,7 @@
 #include <velora/auth/KeychainHelper.hpp>
 #include <velora/auth/KeycloakManager.hpp>
 #include <velora/auth/KeycloakRecords.hpp>
+#include <velora/booking/Booking.hpp>
 #include <velora/building/ControllableItems.hpp>
 #include <velora/core/APIError.hpp>
 #include <velora/core/AnyCodable.hpp>
@@ -21,6 +22,7 @@
 #include <velora/core/SessionRenewer.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/core/URL.hpp>
+#include <velora/map/MapClick.hpp>
 #include <velora/map/MapPositionModel.hpp>
 #include <velora/map/ORVRegion.hpp>
 #include <velora/platform/Platform.hpp>
@@ -29,4 +31,5 @@
 #include <velora/sse/EventStreamParser.hpp>
 #include <velora/sse/SSEManager.hpp>
 #include <velora/sse/SSERecords.hpp>
+#include <velora/widgets/HomeWidgets.hpp>
 #include <velora/widgets/ORVSComponent.hpp>

@@ -124,7 +124,8 @@ struct detail::FacadeAccess {
   static ResponseMessage callbackResult(Orvane& facade, const HttpResponse& response, const std::string& url) {
     using Reply = typename Op::Reply;
     try {
-      Reply value;
+      // Some replies (component unions) have no empty state, so the value is made when decoded.
+      std::optional<Reply> value;
       if constexpr (HasDecodeResponse<Op>) {
         value = Op::decodeResponse(response);
       } else {
@@ -135,8 +136,8 @@ struct detail::FacadeAccess {
           value = decodeJSON<Reply>(response.body);
         }
       }
-      if constexpr (HasAfterDecode<Op>) Op::afterDecode(value, facade);
-      return ResponseMessage(200, successText<Op>(url), std::nullopt, std::nullopt, encode(value));
+      if constexpr (HasAfterDecode<Op>) Op::afterDecode(*value, facade);
+      return ResponseMessage(200, successText<Op>(url), std::nullopt, std::nullopt, encode(*value));
     } catch (const APIError& e) {
       return e.responseMessage;
     } catch (const JsonError& e) {

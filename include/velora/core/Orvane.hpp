@@ -19,6 +19,8 @@
 #include <vector>
 
 #include <velora/core/APIError.hpp>
+#include <velora/core/AnyCodable.hpp>
+#include <velora/core/Date.hpp>
 #include <velora/core/EnvironmentModel.hpp>
 #include <velora/core/HttpSession.hpp>
 #include <velora/core/PlatformError.hpp>
@@ -52,6 +54,26 @@ enum class KeycloakLoginMode;
 enum class SSEStreamTypeEvent;
 enum class SSEWidgetEventsType;
 class SSEManager;
+struct Resource;
+struct BookFilterModel;
+struct SectionFilter;
+struct Filter;
+struct FilterElement;
+struct ScheduleRequest;
+struct ScheduleElement;
+struct BookingUserInvite;
+struct ResourceAgendaRequest;
+struct ResourceAgenda;
+struct DaySchedule;
+struct LockerResponse;
+struct MapClickResponse;
+struct Container;
+struct ProfileAction;
+class ORVSComponent;
+enum class SectionType;
+enum class FilterType;
+enum class ResourceType;
+enum class ScheduleType;
 
 enum class AuthenticationStatus { unknown, notAuthenticated, authenticated };
 
@@ -225,6 +247,103 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// POST "/api/v1/item/set" with the control's current value; answers the value as stored.
   void setControllableItem(const ItemControl& control, ResponseCallback callback);
   Task<ItemCurrentValue> setControllableItem(const ItemControl& control);
+
+  // ---- booking, schedules and lockers (booking/Orvane+Booking, booking/Orvane+BookingV1) -----
+  // Day arguments travel as "yyyy-MM-dd" in the local time zone. Query values are percent-encoded;
+  // absent optional ones are left out with their key. With `filterUnknownValues`, the awaitable
+  // forms drop entries of a kind this library does not know (see each operation).
+  /// POST "/api/v2/search". Filtering drops resources whose type is UNKNOWN.
+  void search(BookFilterModel filter, ResponseCallback callback);
+  Task<std::vector<Resource>> search(BookFilterModel filter, bool filterUnknownValues = false);
+  /// GET "/api/v2/filter/section?sectionTypes=A&sectionTypes=B".
+  void getFiltersSection(std::vector<SectionType> sectionTypes, ResponseCallback callback);
+  Task<std::vector<SectionFilter>> getFiltersSection(std::vector<SectionType> sectionTypes);
+  /// GET "/api/v2/filter/resource?type=T".
+  void getFiltersByResource(FilterType type, ResponseCallback callback);
+  Task<Filter> getFiltersByResource(FilterType type);
+  /// GET "/api/v2/filter?type=T".
+  void getFilters(FilterType type, ResponseCallback callback);
+  Task<Filter> getFilters(FilterType type);
+  /// POST "/api/v2/schedule": creates or changes a booking; answers the request as stored.
+  void schedule(ScheduleRequest request, ResponseCallback callback);
+  Task<ScheduleRequest> schedule(ScheduleRequest request);
+  /// DELETE "/api/v2/schedule/<bookingId>".
+  void deleteSchedule(std::string bookingId, ResponseCallback callback);
+  Task<ResponseMessage> deleteSchedule(std::string bookingId);
+  /// GET "/api/v2/booking/edit/<bookingId>[?type=T][&date=D]": the filter form to edit a booking.
+  void getBookingFiltersBy(std::string bookingId, std::optional<ResourceType> type, std::optional<Date> date,
+                           ResponseCallback callback);
+  Task<std::vector<FilterElement>> getBookingFiltersBy(std::string bookingId, std::optional<ResourceType> type,
+                                                       std::optional<Date> date);
+  /// GET "/api/v2/resource/<id>".
+  void getElementResourceBy(std::string id, ResponseCallback callback);
+  Task<Resource> getElementResourceBy(std::string id);
+  /// PUT "/api/v2/favourite".
+  void setFavorite(std::string resourceId, bool favourite, ResponseCallback callback);
+  Task<ResponseMessage> setFavorite(std::string resourceId, bool favourite);
+  /// GET "/api/v2/booking/user/list[?search=S]": people who can be invited.
+  void getUsers(std::optional<std::string> search, ResponseCallback callback);
+  Task<std::vector<BookingUserInvite>> getUsers(std::optional<std::string> search);
+  /// GET "/api/v2/booking/slots?resourceType=T&resourceId=R[&bookingId=B]&date=D": the free slots,
+  /// each a list of "HH:mm" texts. Refused with -27000 "GetAvailableSlots - undefined URL",
+  /// nothing sent, when the endpoint and path do not make a URL.
+  void getAvailableSlots(std::string resourceId, std::optional<std::string> bookingId, ResourceType resourceType, Date date,
+                         ResponseCallback callback);
+  Task<std::vector<std::vector<std::string>>> getAvailableSlots(std::string resourceId, std::optional<std::string> bookingId,
+                                                                ResourceType resourceType, Date date);
+  /// POST "/api/v2/agenda/find". Filtering drops agendas whose element's type is UNKNOWN.
+  void findAgenda(ResourceAgendaRequest request, ResponseCallback callback);
+  Task<std::vector<ResourceAgenda>> findAgenda(ResourceAgendaRequest request, bool filterUnknownValues = false);
+  /// GET "/api/v2/agenda/next/my?dateStart=D[&dateEnd=D]": the user's coming bookings. Filtering
+  /// drops entries whose type, or scheduleType when present, is UNKNOWN.
+  void getAgendaMy(Date dateStart, std::optional<Date> dateEnd, ResponseCallback callback);
+  Task<std::vector<ScheduleElement>> getAgendaMy(Date dateStart, std::optional<Date> dateEnd,
+                                                 bool filterUnknownValues = false);
+  /// GET "/api/v2/agenda/day?id=ID[&type=T][&date=D]".
+  void getAgendaDay(std::string id, std::optional<ScheduleType> type, std::optional<Date> date, ResponseCallback callback);
+  Task<DaySchedule> getAgendaDay(std::string id, std::optional<ScheduleType> type, std::optional<Date> date);
+  /// POST "/api/v2/locker/booking" with {"resourceId": …}.
+  void bookLocker(std::string resourceId, ResponseCallback callback);
+  Task<ScheduleElement> bookLocker(std::string resourceId);
+  /// POST "/api/v2/locker/book/nearest" with {"size": …}.
+  void bookNearestLocker(std::string size, ResponseCallback callback);
+  Task<ScheduleElement> bookNearestLocker(std::string size);
+  /// GET "/api/v2/locker/filter?size=S".
+  void getLockerFilter(std::string size, ResponseCallback callback);
+  Task<Filter> getLockerFilter(std::string size);
+  /// POST "/api/v2/locker/unlock/<bookingId>": releases the door for `opentime` seconds.
+  void unlock(std::string bookingId, ResponseCallback callback);
+  Task<LockerResponse> unlock(std::string bookingId);
+  /// POST "/api/v2/locker/release/<bookingId>": ends the locker booking.
+  void release(std::string bookingId, ResponseCallback callback);
+  Task<ResponseMessage> release(std::string bookingId);
+  /// POST "/api/v1/booking" with the tapped place as the map answered it.
+  void submitBooking(MapClickResponse info, ResponseCallback callback);
+  Task<ResponseMessage> submitBooking(MapClickResponse info);
+  /// GET "/api/v2/booking/info?bookingId=ID".
+  void getBooking(std::string bookingId, ResponseCallback callback);
+  Task<ScheduleElement> getBooking(std::string bookingId);
+
+  // ---- home screen (widgets/Orvane+Home) ------------------------------------------------------
+  /// GET "/api/v2/home/my[?buildingId=ID]". Filtering drops containers whose type is UNKNOWN;
+  /// their widgets stay as they are.
+  void getMyHome(std::optional<std::string> buildingId, ResponseCallback callback);
+  Task<std::vector<Container>> getMyHome(std::optional<std::string> buildingId, bool filterUnknownValues = false);
+  /// GET "api/v2/profile/my", appended to the endpoint as it stands: give an endpoint ending in "/".
+  void getUserActions(ResponseCallback callback);
+  Task<ProfileAction> getUserActions();
+  /// GET "/api/v2/widget/home[?tagid=T]".
+  void getWidgetsHome(std::optional<std::string> tagId, ResponseCallback callback);
+  Task<std::vector<ORVSComponent>> getWidgetsHome(std::optional<std::string> tagId);
+  /// GET "/api/v2/widget/card?componentId=ID".
+  void getWidgetCard(std::string componentId, ResponseCallback callback);
+  Task<ORVSComponent> getWidgetCard(std::string componentId);
+  /// POST "/api/v2/widget/card" with `body` as the JSON body.
+  void postWidgetCard(AnyCodable body, ResponseCallback callback);
+  Task<ORVSComponent> postWidgetCard(AnyCodable body);
+  /// GET "/api/v2/widget/room/<roomId>".
+  void getWidgetGroupComponents(std::string roomId, ResponseCallback callback);
+  Task<ORVSComponent> getWidgetGroupComponents(std::string roomId);
 
   // ---- streams (sse/Orvane+SSE, sse/Orvane+WidgetSSE) -----------------------------------------
   // Each operation opens a new subscription at once and returns its manager, or nullptr when the
