@@ -23,6 +23,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <velora/booking/Booking.hpp>
+
 // ---- Heap accounting --------------------------------------------------------------------------
 
 namespace {
@@ -496,6 +498,20 @@ std::vector<Resource> decode(const std::string& text) {
 
 // ---- Benchmarks -------------------------------------------------------------------------------
 
+void reportHeap(benchmark::State& state, const HeapUse& heap) {
+  const double replyBytes = static_cast<double>(reply().size());
+  state.counters["reply_MB"] = replyBytes / 1e6;
+  state.counters["peak_MB"] = static_cast<double>(heap.peak) / 1e6;
+  state.counters["peak_ratio"] = static_cast<double>(heap.peak) / replyBytes;
+  state.counters["allocs"] = static_cast<double>(heap.allocations);
+}
+
+void reportThroughput(benchmark::State& state) {
+  const auto iterations = static_cast<std::int64_t>(state.iterations());
+  state.SetBytesProcessed(iterations * static_cast<std::int64_t>(reply().size()));
+  state.SetItemsProcessed(iterations * kResources);
+}
+
 /// Checks once, outside the timed loop, that `decode` read every resource, and reports its heap use.
 template <class Decode>
 void checkAndReportHeap(benchmark::State& state, Decode decode) {
@@ -506,11 +522,7 @@ void checkAndReportHeap(benchmark::State& state, Decode decode) {
     state.SkipWithError("the decode did not read every resource");
     return;
   }
-  const double replyBytes = static_cast<double>(text.size());
-  state.counters["reply_MB"] = replyBytes / 1e6;
-  state.counters["peak_MB"] = static_cast<double>(heap.peak) / 1e6;
-  state.counters["peak_ratio"] = static_cast<double>(heap.peak) / replyBytes;
-  state.counters["allocs"] = static_cast<double>(heap.allocations);
+  reportHeap(state, heap);
 }
 
 template <class Decode>
@@ -521,13 +533,40 @@ void runDecode(benchmark::State& state, Decode decode) {
     auto resources = decode(text);
     benchmark::DoNotOptimize(resources.data());
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(text.size()));
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kResources);
+  reportThroughput(state);
+}
+
+template <class Parse>
+void runParse(benchmark::State& state, Parse parse) {
+  const std::string& text = reply();
+  reportHeap(state, measureHeap([&] { benchmark::DoNotOptimize(parse(text)); }));
+  for (auto _ : state) {
+    auto tree = parse(text);
+    benchmark::DoNotOptimize(&tree);
+  }
+  reportThroughput(state);
+}
+
+void BM_Library_DecodeJSON(benchmark::State& state) {
+  runDecode(state, [](const std::string& text) { return velora::decodeJSON<std::vector<velora::Resource>>(text); });
 }
 
 void BM_HandWritten_NlohmannDom(benchmark::State& state) { runDecode(state, manual::decode); }
 
+// The two halves of each path on their own: the text to a tree, then (in the totals above) the
+// tree to records.
+void BM_Library_TreeOnly(benchmark::State& state) {
+  runParse(state, [](const std::string& text) { return velora::AnyCodable::parse(text); });
+}
+
+void BM_HandWritten_DomOnly(benchmark::State& state) {
+  runParse(state, [](const std::string& text) { return nlohmann::json::parse(text); });
+}
+
+BENCHMARK(BM_Library_DecodeJSON)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HandWritten_NlohmannDom)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Library_TreeOnly)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HandWritten_DomOnly)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
