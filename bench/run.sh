@@ -16,3 +16,6 @@ if [ -x "$build/bin/sse_parser_bench" ]; then
   fi
   VELORA_SSE_INPUTS="$inputs" "$build/bin/sse_parser_bench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 fi
+if [ -x "$build/bin/record_decode_bench" ]; then
+  "$build/bin/record_decode_bench" --benchmark_min_time=1
+fi

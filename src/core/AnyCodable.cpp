@@ -1,7 +1,10 @@
 #include <velora/core/AnyCodable.hpp>
 
 #include <cmath>
+#include <exception>
 #include <limits>
+
+#include <velora/core/Record.hpp>
 
 #include <nlohmann/json.hpp>
 
@@ -42,10 +45,17 @@ AnyCodable& AnyCodable::operator[](std::string_view key) {
 namespace {
 
 // Builds an AnyCodable tree straight from the parser's events, without an intermediate document.
+// Given `each`, it hands over every element of a top-level array as soon as that element is whole
+// and forgets it, so a long list never exists as one tree.
 class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
  public:
+  TreeBuilder() = default;
+  explicit TreeBuilder(const detail::ElementSink* each) : each_(each) {}
+
   AnyCodable root;
   std::string error;
+  /// What `each` threw first; later elements are still parsed, but no longer handed over.
+  std::exception_ptr failure;
 
   bool null() override { return put(AnyCodable{}); }
   bool boolean(bool v) override { return put(v); }
@@ -71,7 +81,7 @@ class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
   }
   bool end_object() override {
     stack_.pop_back();
-    return true;
+    return elementDone();
   }
   bool start_array(std::size_t) override {
     stack_.push_back(put(AnyCodable::Array{}) ? last_ : nullptr);
@@ -79,7 +89,7 @@ class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
   }
   bool end_array() override {
     stack_.pop_back();
-    return true;
+    return elementDone();
   }
   bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& ex) override {
     error = ex.what();
@@ -88,6 +98,7 @@ class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
 
  private:
   bool put(AnyCodable value) {
+    const bool scalar = !value.isObject() && !value.isArray();
     if (stack_.empty()) {
       root = std::move(value);
       last_ = &root;
@@ -97,8 +108,26 @@ class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
       *pendingMember_ = std::move(value);
       last_ = pendingMember_;
     }
+    return scalar ? elementDone() : true;
+  }
+
+  // Called when a value is complete; hands it over if it is an element of the top-level array.
+  bool elementDone() {
+    if (!each_ || stack_.size() != 1 || !root.isArray()) return true;
+    auto& elements = *root.as<AnyCodable::Array>();
+    if (!failure) {
+      try {
+        (*each_)(std::move(elements.back()), handedOver_++);
+      } catch (...) {
+        failure = std::current_exception();
+      }
+    }
+    elements.pop_back();
     return true;
   }
+
+  const detail::ElementSink* each_ = nullptr;
+  std::size_t handedOver_ = 0;
 
   std::vector<AnyCodable*> stack_;
   AnyCodable* pendingMember_ = nullptr;
@@ -148,6 +177,20 @@ std::optional<AnyCodable> AnyCodable::tryParse(std::string_view text, std::strin
   }
   return std::move(builder.root);
 }
+
+namespace detail {
+
+std::optional<AnyCodable> parseElements(std::string_view text, const ElementSink& each) {
+  TreeBuilder builder(&each);
+  if (!nlohmann::json::sax_parse(text, &builder, nlohmann::json::input_format_t::json, true, false)) {
+    throw JsonError("AnyDecodable value cannot be decoded", builder.error.empty() ? "invalid JSON" : builder.error);
+  }
+  if (builder.failure) std::rethrow_exception(builder.failure);
+  if (builder.root.isArray()) return std::nullopt;
+  return std::move(builder.root);
+}
+
+}  // namespace detail
 
 AnyCodable AnyCodable::parse(std::string_view text) {
   std::string error;

@@ -23,6 +23,7 @@
 #include <cmath>
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
@@ -224,9 +225,40 @@ AnyCodable encode(const T& value) { return detail::Codec<T>::encode(value); }
 template <class T>
 T decode(const AnyCodable& json) { return detail::Codec<T>::decode(json, detail::JsonPath{}); }
 
-/// Decodes a record from JSON text; DecodingError or JsonError on failure.
+namespace detail {
+
+/// Receives each element of a top-level JSON array with its index.
+using ElementSink = std::function<void(AnyCodable&&, std::size_t)>;
+
+/// Parses `text`, handing each element of a top-level array to `each` as soon as it is whole
+/// instead of keeping the whole tree; returns the tree when the top level is not an array. Text
+/// that is not JSON throws JsonError even when `each` threw earlier: what `each` threw first is
+/// rethrown only once the whole text has parsed.
+std::optional<AnyCodable> parseElements(std::string_view text, const ElementSink& each);
+
 template <class T>
-T decodeJSON(std::string_view text) { return decode<T>(AnyCodable::parse(text)); }
+inline constexpr bool isList = false;
+template <class T>
+inline constexpr bool isList<std::vector<T>> = !std::same_as<std::vector<T>, Bytes>;
+
+}  // namespace detail
+
+/// Decodes a record from JSON text; DecodingError or JsonError on failure. A list is decoded one
+/// element at a time while the text is read, so a long reply never exists whole as a tree.
+template <class T>
+T decodeJSON(std::string_view text) {
+  if constexpr (detail::isList<T>) {
+    T out;
+    const detail::JsonPath root{};
+    auto whole = detail::parseElements(text, [&](AnyCodable&& element, std::size_t index) {
+      out.push_back(detail::Codec<typename T::value_type>::decode(element, detail::JsonPath{&root, {}, index, true}));
+    });
+    if (whole) return detail::Codec<T>::decode(*whole, root);
+    return out;
+  } else {
+    return decode<T>(AnyCodable::parse(text));
+  }
+}
 
 template <class T>
 std::string encodeJSON(const T& value) { return encode(value).dump(); }
