@@ -68,6 +68,23 @@ step() {
   fi
 }
 
+# The first "key":"text" member of the JSON on standard input.
+json_text() { grep -o "\"$1\":\"[^\"]*\"" | head -1 | cut -d'"' -f4; }
+# A step whose JSON output the demo reads on: shown like any step (on standard error, since it
+# runs in a command substitution) and passed on to the next command.
+run_showing() {
+  echo >&2
+  echo "== velora ${*:2}" >&2
+  "$@" | tee /dev/stderr
+}
+# Fails the demo when a step that the next ones build on gave no value.
+need() {
+  if [[ -z "$2" ]]; then
+    echo "-- no $1: the steps that need it fail too"
+    failed=1
+  fi
+}
+
 velora="$bin_dir/velora"
 step "$velora" --endpoint "$url" check
 # The platform's other routes want a session: the guest login gives one, and each later run
@@ -103,6 +120,21 @@ step "$velora" watch diagnostic --tag velora-demo-tag --tag badge-7-lost --forge
 # and logs in with; a later run resumes that session.
 step "$velora" login qr DEMO-QR-1
 step "$velora" status
+# A desk for tomorrow: search, book the first free one, see it in the agenda and on the home
+# screen; then the nearest locker of size M is booked, opened and given back, and the desk
+# booking cancelled.
+step "$velora" book search --date tomorrow --type DESK
+desk=$("$velora" book search --date tomorrow --type DESK --json | json_text id)
+need "free desk" "$desk"
+booking=$(run_showing "$velora" book DESK "$desk" --date tomorrow --json | json_text bookingId)
+need "booking id" "$booking"
+step "$velora" agenda --from tomorrow --to tomorrow
+step "$velora" home
+locker=$(run_showing "$velora" locker nearest M --json | json_text id)
+need "locker booking" "$locker"
+step "$velora" locker unlock "$locker"
+step "$velora" locker release "$locker"
+step "$velora" book cancel "$booking"
 step "$velora" logout
 step "$velora" status
 step "$velora" log show

@@ -17,13 +17,13 @@ constexpr const char* kHome = R"([
     {"type": "USER", "backgroundImage": "/img/bg.png",
      "user": {"username": "ann", "name": "Ann", "profiles": ["employee"]}}]},
   {"type": "BODY", "widgets": [
-    {"type": "BOOKING", "nextBookingTitle": "Next",
+    {"type": "BOOKING", "nextBookingTitle": {"name": "Next", "icon": "calendar"},
      "nextBookings": [{"id": "B-1", "type": "PERSONAL", "scheduleType": "DAY", "day": "2024-03-15",
                        "resource": {"id": "R-1", "name": "Desk 1", "type": "DESK", "favourite": false}}],
-     "actions": [{"label": "Book"}]},
-    {"type": "LOCKER", "nextLockerTitle": "Locker", "nextLockers": []},
-    {"type": "WEB", "title": "Canteen", "url": "https://canteen.test", "button": {"label": "Open"}},
-    {"type": "ACTION", "title": "Report", "action": "TICKET_ACTION"},
+     "actions": [{"id": "book", "name": "Book", "value": false}]},
+    {"type": "LOCKER", "nextLockerTitle": {"name": "Locker"}, "nextLockers": []},
+    {"type": "WEB", "title": {"name": "Canteen"}, "url": "https://canteen.test", "button": {"name": "Open"}},
+    {"type": "ACTION", "title": {"name": "Report"}, "action": "TICKET_ACTION"},
     {"type": "DND_OOO", "resource": {"id": "P-1", "name": "Ann", "dndEnable": true}},
     {"type": "CHART", "series": [1, 2, 3]}]}
 ])";
@@ -39,6 +39,8 @@ TEST(HomeWidgets, AHomeWithEveryKindAndAnUnknownOne) {
   EXPECT_EQ(kinds, (std::vector{WidgetType::BOOKING, WidgetType::LOCKER, WidgetType::WEB, WidgetType::ACTION, WidgetType::DND,
                                 WidgetType::UNSUPPORTED}));
   EXPECT_EQ(body[0].as<WidgetBooking>()->nextBookings->at(0).resource->id, "R-1");
+  EXPECT_EQ(body[0].as<WidgetBooking>()->actions->at(0).name, "Book");
+  EXPECT_EQ(body[2].as<WidgetWeb>()->button->name, "Open");
   EXPECT_EQ(body[3].as<WidgetAction>()->action, WidgetActionType::TICKET_ACTION);
   EXPECT_EQ(body[4].as<WidgetDND>()->resource->dndEnable, true);
   EXPECT_EQ(body[5].as<WidgetWeb>(), nullptr);
@@ -63,7 +65,7 @@ TEST(HomeWidgets, TheTypeTextChoosesTheCase) {
     /// How the widget is written back.
     const char* encoded;
   } cases[] = {
-      {R"({"type":"DND_OOO","button":{"label":"Off"}})", WidgetType::DND, R"({"type":"DND_OOO","button":{"label":"Off"}})"},
+      {R"({"type":"DND_OOO","button":{"name":"Off"}})", WidgetType::DND, R"({"type":"DND_OOO","button":{"name":"Off"}})"},
       {R"({"type":"DND"})", WidgetType::UNSUPPORTED, R"({"type":"DND"})"},
       {R"({"type":"user","user":{"username":"a"}})", WidgetType::UNSUPPORTED, R"({"type":"user"})"},
       // Nothing else of an unknown widget is read, so a shape that would fail a record passes.
@@ -81,7 +83,8 @@ TEST(HomeWidgets, TheTypeTextChoosesTheCase) {
 
 TEST(HomeWidgets, AWidgetThatDoesNotDecodeFailsTheWholeReply) {
   const std::pair<const char*, const char*> cases[] = {
-      {R"([{"type":"BODY","widgets":[{"title":"no type"}]}])", "$[0].widgets[0].type: required key is missing"},
+      {R"([{"type":"BODY","widgets":[{"title":{"name":"no type"}}]}])", "$[0].widgets[0].type: required key is missing"},
+      {R"([{"type":"BODY","widgets":[{"type":"WEB","title":"a text, not a label"}]}])", "$[0].widgets[0].title: expected an object, found a string"},
       {R"([{"type":"BODY","widgets":[{"type":7}]}])", "$[0].widgets[0].type: expected a string, found a number"},
       {R"([{"type":"HEADER","widgets":[{"type":"USER"}]}])", "$[0].widgets[0].user: required key is missing"},
       {R"([{"type":"BODY","widgets":[{"type":"WEB"},{"type":"LOCKER","nextLockers":[{"id":"L-1","type":"PERSONAL"}]}]}])",

@@ -64,6 +64,8 @@ class CommandSet {
 void addPlatformCommands(CommandSet& commands);  // check, device-config
 void addAuthCommands(CommandSet& commands);      // login guest|password|browser|qr, logout, status
 void addItemCommands(CommandSet& commands);      // items list, items set
+void addBookingCommands(CommandSet& commands);   // book, agenda, slots, favourite, locker
+void addHomeCommands(CommandSet& commands);      // home
 void addCallCommands(CommandSet& commands);      // call OPERATION, call --list
 void addWatchCommands(CommandSet& commands);     // watch items|events|positions|diagnostic|home|group|widget
 void addLogCommands(CommandSet& commands);       // log show, log clear

@@ -58,7 +58,7 @@ AnyCodable keycloakConfig(const KeycloakEnvironment& defaults) {
 
 KeycloakEnvironment identityDefaults(const std::string& endpoint) {
   KeycloakEnvironment defaults;
-  defaults.discoverURL = endpoint + kDiscoveryPath;
+  defaults.discoverURL = endpoint.substr(0, endpoint.find_last_not_of('/') + 1) + kDiscoveryPath;
   defaults.clientId = "velora-app";
   defaults.guestClientId = "velora-guest";
   defaults.guestSecretKey = "velora-guest-secret";
@@ -102,8 +102,10 @@ std::string checkEndpoint(std::string& raw) {
   if (!problem.empty()) {
     return "endpoint '" + raw + "' is not usable: " + problem + "; give the platform's base URL, e.g. http://127.0.0.1:8080";
   }
-  // Request paths are appended verbatim, so "https://host/" would produce "//api/...".
+  // Exactly one final "/": the platform's profile path has no leading slash, and the library
+  // folds the "//" this gives the other paths.
   while (raw.back() == '/') raw.pop_back();
+  raw += '/';
   return {};
 }
 

@@ -39,6 +39,8 @@ int main(int argc, char** argv) {
   addPlatformCommands(commands);
   addAuthCommands(commands);
   addItemCommands(commands);
+  addBookingCommands(commands);
+  addHomeCommands(commands);
   addCallCommands(commands);
   addWatchCommands(commands);
   addLogCommands(commands);

@@ -212,7 +212,7 @@ struct ScheduleRequest {
   ResourceType elementType = ResourceType::UNKNOWN;
   std::optional<std::string> meetingName;
   std::optional<std::string> meetingNote;
-  std::optional<std::string> videoConference;
+  std::optional<bool> videoConference;
   std::string dayStart;
   std::optional<std::string> dayEnd;
   std::optional<std::string> start;

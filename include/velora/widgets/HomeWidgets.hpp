@@ -66,9 +66,9 @@ struct WidgetBooking {
   static constexpr WidgetType kind = WidgetType::BOOKING;
   std::string id = detail::newWidgetId();
   std::string type;
-  std::optional<std::string> nextBookingTitle;
+  std::optional<InfoIcon> nextBookingTitle;
   std::optional<std::vector<ScheduleElement>> nextBookings;
-  std::optional<std::vector<AnyCodable>> actions;
+  std::optional<std::vector<FilterValueElement>> actions;
 
   VELORA_FIELDS(WidgetBooking, VELORA_NOT_CODED(id), type, nextBookingTitle, nextBookings, actions);
   friend bool operator==(const WidgetBooking& a, const WidgetBooking& b) { return encode(a) == encode(b); }
@@ -78,10 +78,10 @@ struct WidgetLocker {
   static constexpr WidgetType kind = WidgetType::LOCKER;
   std::string id = detail::newWidgetId();
   std::string type;
-  std::optional<std::string> nextLockerTitle;
-  std::optional<std::string> nextLockerSubtitle;
+  std::optional<InfoIcon> nextLockerTitle;
+  std::optional<InfoIcon> nextLockerSubtitle;
   std::optional<std::vector<ScheduleElement>> nextLockers;
-  std::optional<std::vector<AnyCodable>> actions;
+  std::optional<std::vector<FilterValueElement>> actions;
 
   VELORA_FIELDS(WidgetLocker, VELORA_NOT_CODED(id), type, nextLockerTitle, nextLockerSubtitle, nextLockers, actions);
   friend bool operator==(const WidgetLocker& a, const WidgetLocker& b) { return encode(a) == encode(b); }
@@ -91,9 +91,9 @@ struct WidgetWeb {
   static constexpr WidgetType kind = WidgetType::WEB;
   std::string id = detail::newWidgetId();
   std::string type;
-  std::optional<std::string> title;
+  std::optional<InfoIcon> title;
   std::optional<std::string> url;
-  std::optional<AnyCodable> button;
+  std::optional<InfoIcon> button;
 
   VELORA_FIELDS(WidgetWeb, VELORA_NOT_CODED(id), type, title, url, button);
   friend bool operator==(const WidgetWeb& a, const WidgetWeb& b) { return encode(a) == encode(b); }
@@ -103,9 +103,9 @@ struct WidgetAction {
   static constexpr WidgetType kind = WidgetType::ACTION;
   std::string id = detail::newWidgetId();
   std::string type;
-  std::optional<std::string> title;
+  std::optional<InfoIcon> title;
   std::optional<WidgetActionType> action;
-  std::optional<AnyCodable> button;
+  std::optional<InfoIcon> button;
 
   VELORA_FIELDS(WidgetAction, VELORA_NOT_CODED(id), type, title, action, button);
   friend bool operator==(const WidgetAction& a, const WidgetAction& b) { return encode(a) == encode(b); }
@@ -117,7 +117,7 @@ struct WidgetDND {
   std::string id = detail::newWidgetId();
   std::string type;
   std::optional<WidgetDNDResource> resource;
-  std::optional<AnyCodable> button;
+  std::optional<InfoIcon> button;
 
   VELORA_FIELDS(WidgetDND, VELORA_NOT_CODED(id), type, resource, button);
   friend bool operator==(const WidgetDND& a, const WidgetDND& b) { return encode(a) == encode(b); }
