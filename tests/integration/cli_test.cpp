@@ -204,6 +204,16 @@ TEST(Cli, CommandsAgainstTheSandbox) {
          EXPECT_NE(r.out.find("velora login: GUEST"), std::string::npos) << r.out;
          EXPECT_NE(r.out.find("velora device-config: tag cli-tag-7"), std::string::npos) << r.out;
        }},
+      {"a day that is not in the calendar is refused before anything is sent", false,
+       {"book", "search", "--date", "2026-02-30"}, {}, 2, "", "velora: --date: 2026-02-30 is not a day of the calendar",
+       [&](const Result&) { EXPECT_EQ(sandbox.requestCount("/api/v2/search"), 0u); }},
+      {"a time that does not read is refused too", false, {"book", "DESK", "1101", "--from", "25:00", "--to", "26:00"}, {}, 2,
+       "", "velora: --from must be a time as HH:mm, not '25:00'"},
+      {"a free desk is booked", false, {"book", "desk", "1102", "--date", "tomorrow", "--json"}, {}, 0, "\"elementId\":\"1102\"", ""},
+      {"booking it again is refused with the platform's message", false, {"book", "DESK", "1102", "--date", "tomorrow"}, {}, 1,
+       "", "Desk 1.02 is already booked on"},
+      {"the home screen lists containers and widgets", false, {"home"}, {}, 0, "    bookings  Your next bookings", "",
+       [](const Result& r) { EXPECT_NE(r.out.find("(a \"CHART\" widget, unknown to this client)"), std::string::npos) << r.out; }},
       {"log clear empties the log", false, {"log", "clear"}, {}, 0, "log cleared", ""},
       {"log show after clear", false, {"log", "show"}, {}, 0, "(the log is empty)", ""},
       {"no endpoint at all", true, {"check"}, {}, 2, "",
