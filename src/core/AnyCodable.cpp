@@ -180,6 +180,36 @@ std::optional<AnyCodable> AnyCodable::tryParse(std::string_view text, std::strin
 
 namespace detail {
 
+std::size_t countTopLevelElements(std::string_view text) {
+  std::size_t count = 0, depth = 0;
+  bool pending = false;  // a value of the top-level array has started since the last comma
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '"') {
+      for (++i; i < text.size() && text[i] != '"'; ++i) {
+        if (text[i] == '\\') ++i;
+      }
+      if (depth == 1) pending = true;
+    } else if (c == '[' || c == '{') {
+      if (depth == 0 && c == '{') return 0;  // not an array
+      if (depth == 1) pending = true;
+      ++depth;
+    } else if (c == ']' || c == '}') {
+      if (depth == 1 && pending) ++count;
+      if (depth == 0) return 0;
+      if (--depth == 0) return count;
+    } else if (depth == 1 && c == ',') {
+      count += pending;
+      pending = false;
+    } else if (depth == 1 && c != ' ' && c != '\n' && c != '\r' && c != '\t') {
+      pending = true;
+    } else if (depth == 0 && c != ' ' && c != '\n' && c != '\r' && c != '\t') {
+      return 0;  // not an array
+    }
+  }
+  return 0;
+}
+
 std::optional<AnyCodable> parseElements(std::string_view text, const ElementSink& each) {
   TreeBuilder builder(&each);
   if (!nlohmann::json::sax_parse(text, &builder, nlohmann::json::input_format_t::json, true, false)) {

@@ -154,6 +154,14 @@ TEST(AnyCodable, ErrorsCarryTheirFixedTexts) {
   }
 }
 
+TEST(AnyCodable, TopLevelElementsAreCountedWithoutParsing) {
+  const std::pair<const char*, std::size_t> cases[] = {
+      {"[]", 0},       {" [ ] ", 0},          {"[1]", 1},    {"[1, 2,3]", 3}, {R"(["a,b", "c]\"]", {"d":[1,2]}])", 3},
+      {"[[1,2],[3]]", 2}, {R"({"a":[1,2]})", 0}, {"[1,2", 0},  {"7", 0},         {"[{}]", 1},
+  };
+  for (const auto& [text, count] : cases) EXPECT_EQ(detail::countTopLevelElements(text), count) << text;
+}
+
 TEST(AnyCodable, BytesTravelAsBase64) {
   for (std::size_t n = 0; n < 7; ++n) {
     Bytes bytes;

@@ -20,6 +20,7 @@
 
 #include <array>
 #include <chrono>
+#include <algorithm>
 #include <cmath>
 #include <concepts>
 #include <cstdint>
@@ -236,6 +237,10 @@ using ElementSink = std::function<void(AnyCodable&&, std::size_t)>;
 /// rethrown only once the whole text has parsed.
 std::optional<AnyCodable> parseElements(std::string_view text, const ElementSink& each);
 
+/// How many elements the top-level array of `text` holds, by a scan that builds nothing; 0 when
+/// the text is not an array or ends early. Sizes a decoded list once instead of by doubling.
+std::size_t countTopLevelElements(std::string_view text);
+
 template <class T>
 inline constexpr bool isList = false;
 template <class T>
@@ -249,6 +254,8 @@ template <class T>
 T decodeJSON(std::string_view text) {
   if constexpr (detail::isList<T>) {
     T out;
+    // Bounded by the text, so that a malformed reply cannot make it reserve more than a real one.
+    out.reserve(std::min(detail::countTopLevelElements(text), text.size() / 16));
     const detail::JsonPath root{};
     auto whole = detail::parseElements(text, [&](AnyCodable&& element, std::size_t index) {
       out.push_back(detail::Codec<typename T::value_type>::decode(element, detail::JsonPath{&root, {}, index, true}));
