@@ -1,6 +1,7 @@
-# Writes OUTPUT, a C++ source holding every DATA_DIR/*.json as a string, for the sandbox to
-# parse at start-up: run by the build whenever a data file changes.
-file(GLOB files RELATIVE ${DATA_DIR} ${DATA_DIR}/*.json)
+# Writes OUTPUT, a C++ source holding every file of DATA_DIR that matches PATTERN as a string,
+# returned by the function FUNCTION: run by the build whenever one of the files changes. The demo
+# data (*.json, parsed at start-up) and the map page's web files are embedded this way.
+file(GLOB files RELATIVE ${DATA_DIR} ${DATA_DIR}/${PATTERN})
 list(SORT files)
 set(delimiter "velora_data")
 set(entries "")
@@ -13,7 +14,7 @@ foreach(name IN LISTS files)
   string(APPEND entries "    {\"${name}\", R\"${delimiter}(${text})${delimiter}\"},\n")
 endforeach()
 file(WRITE ${OUTPUT}.tmp
-"// Generated from sandbox/data by EmbedData.cmake; edit the JSON files instead.
+"// Generated from ${DATA_DIR} by EmbedData.cmake; edit those files instead.
 #include \"DemoData.hpp\"
 
 namespace velora::sandbox::detail {
@@ -22,7 +23,7 @@ constexpr EmbeddedFile kFiles[] = {
 ${entries}};
 }  // namespace
 
-std::span<const EmbeddedFile> embeddedDataFiles() { return kFiles; }
+std::span<const EmbeddedFile> ${FUNCTION}() { return kFiles; }
 
 }  // namespace velora::sandbox::detail
 ")

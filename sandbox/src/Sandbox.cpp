@@ -123,6 +123,8 @@ void Sandbox::Impl::configure() {
   router.add(detail::platformRoutes(), detail::requireLiveToken);
   router.add(detail::bookingRoutes(), detail::requireLiveToken);
   router.add(detail::streamRoutes(), detail::requireLiveToken);
+  router.add(detail::mapPageRoutes());
+  router.add(detail::mapDataRoutes(), detail::requireLiveToken);
   if (options.testRoutes) {
     router.add(detail::testRoutes());
   }

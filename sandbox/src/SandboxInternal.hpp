@@ -268,6 +268,10 @@ RouteTable platformRoutes();
 RouteTable streamRoutes();
 /// Bookings, lockers, filters and the home screen; installed behind requireLiveToken.
 RouteTable bookingRoutes();
+/// The map page's files under /map/; public.
+RouteTable mapPageRoutes();
+/// The building data the map page draws; installed behind requireLiveToken.
+RouteTable mapDataRoutes();
 /// The /test/... routes.
 RouteTable testRoutes();
 
