@@ -28,9 +28,14 @@ void sendPage(httplib::Response& res, int status, const std::string& title,
               const std::string& bodyHtml) {
   res.status = status;
   res.set_header("Cache-Control", "no-store");
-  res.set_content("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>" +
-                      htmlEscape(title) + "</title></head>\n<body>\n" + bodyHtml +
-                      "</body></html>\n",
+  // Sized for the small embedded login window of a phone as well as a desktop browser.
+  res.set_content("<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\">\n"
+                  "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+                  "<title>" + htmlEscape(title) + "</title>\n"
+                  "<style>body{font-family:sans-serif;max-width:22em;margin:2em auto;padding:0 1em}"
+                  "label,input{display:block;width:100%;box-sizing:border-box}"
+                  "input{margin:.3em 0 1em;padding:.5em}#error{color:#b00020}</style>\n"
+                  "</head>\n<body>\n" + bodyHtml + "</body></html>\n",
                   "text/html;charset=utf-8");
 }
 
@@ -66,17 +71,19 @@ void sendLoginForm(httplib::Response& res, const Realm& realm, const LoginReques
   };
   std::string html = "<h1>Sign in to " + htmlEscape(realm.name()) + "</h1>\n";
   if (!error.empty()) {
-    html += "<p id=\"error\">" + htmlEscape(error) + "</p>\n";
+    html += "<p id=\"error\" role=\"alert\">" + htmlEscape(error) + "</p>\n";
   }
   // A path, not the issuer's URL: the browser may know the server by another host name.
   html += "<form id=\"login\" method=\"post\" action=\"/realms/" + htmlEscape(realm.name()) +
           "/login-actions/authenticate\">\n"
           "<label for=\"username\">Username</label>\n"
-          "<input id=\"username\" name=\"username\" type=\"text\" autofocus value=\"" +
+          "<input id=\"username\" name=\"username\" type=\"text\" autocomplete=\"username\" required "
+          "autofocus value=\"" +
           htmlEscape(username) +
           "\">\n"
           "<label for=\"password\">Password</label>\n"
-          "<input id=\"password\" name=\"password\" type=\"password\">\n" +
+          "<input id=\"password\" name=\"password\" type=\"password\" "
+          "autocomplete=\"current-password\" required>\n" +
           hidden("client_id", login.clientId) + hidden("redirect_uri", login.redirectUri);
   if (login.state) {
     html += hidden("state", *login.state);
