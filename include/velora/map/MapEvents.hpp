@@ -20,6 +20,7 @@
 #include <velora/map/MapClick.hpp>
 #include <velora/map/MapConfiguration.hpp>
 #include <velora/map/MapPositionModel.hpp>
+#include <velora/sse/SSERecords.hpp>
 
 namespace velora {
 
@@ -34,14 +35,6 @@ VELORA_ENUM(MapEventType, initCompleted, success, (goto_, "goto"), gotoFromMe, e
 std::optional<MapEventType> mapEventType(std::string_view wireName);
 
 VELORA_ENUM(NavigationStepType, left, right, lift, destination, straight, stairs, portal);
-
-struct GenericEventResponse {
-  std::optional<std::string> status;
-  std::optional<std::string> message;
-  std::optional<std::int64_t> statusCode;
-
-  VELORA_RECORD(GenericEventResponse, status, message, statusCode);
-};
 
 /// A route as the page describes it. Its shape is the buildings-and-maps area's, so the object is
 /// kept as received and passed on.
