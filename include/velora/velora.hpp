@@ -23,6 +23,8 @@
 #include <velora/core/Task.hpp>
 #include <velora/core/URL.hpp>
 #include <velora/map/MapClick.hpp>
+#include <velora/map/MapConfiguration.hpp>
+#include <velora/map/MapEvents.hpp>
 #include <velora/map/MapPositionModel.hpp>
 #include <velora/map/ORVRegion.hpp>
 #include <velora/platform/Platform.hpp>

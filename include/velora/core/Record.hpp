@@ -433,7 +433,9 @@ struct Codec<R> {
     const AnyCodable* member = j.find(f.key);
     JsonPath here{&p, f.key};
     if constexpr (IsOptional<M>::value) {
-      if (member) record.*(f.member) = Codec<M>::decode(*member, here);
+      // A missing key is absent even where the record's constructor would fill in a value:
+      // decoding reads what was sent and applies no defaults.
+      record.*(f.member) = member ? Codec<M>::decode(*member, here) : M{};
     } else {
       if (!member) throwDecoding(here, "required key is missing");
       if (member->isNull()) throwDecoding(here, "required value is null");

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <velora/core/Record.hpp>
 #include <velora/map/MapPositionModel.hpp>
@@ -14,7 +15,7 @@ namespace velora {
 VELORA_ENUM(ReservationBookableStatus, BOOKABLE, BOOKED_BY_ME, NOT_AVAILABLE, UNBOOKABLE);
 
 struct MapClickInfoBooking {
-  std::optional<std::string> resId;
+  std::optional<int> resId;
   std::optional<std::string> name;
   std::optional<std::string> imageUrl;
   bool editable = false;
@@ -35,7 +36,8 @@ struct MapClickInfoReservation {
 
 struct MapClickInfoModel {
   std::optional<MapClickInfoBooking> booking;
-  std::optional<MapClickInfoReservation> reservation;
+  /// One entry per day offered; a booking takes the days marked BOOKABLE.
+  std::optional<std::vector<MapClickInfoReservation>> reservation;
   std::optional<MapPositionModel> position;
 
   VELORA_RECORD(MapClickInfoModel, booking, reservation, position);
