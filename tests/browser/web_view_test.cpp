@@ -11,6 +11,8 @@
 #include <cstring>
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include <velora/platform/WebKitWebView.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
@@ -18,6 +20,16 @@ namespace velora {
 namespace {
 
 constexpr auto kPatience = std::chrono::seconds(30);
+
+// Objects cross from the page with their keys in no promised order, so JSON objects and arrays
+// compare by value; any other text compares as it is.
+void expectSameText(const std::optional<std::string>& actual, const std::optional<std::string>& expected) {
+  if (actual && expected && !expected->empty() && (expected->front() == '{' || expected->front() == '[')) {
+    EXPECT_EQ(nlohmann::json::parse(*actual, nullptr, false), nlohmann::json::parse(*expected)) << *actual;
+  } else {
+    EXPECT_EQ(actual, expected);
+  }
+}
 
 std::string percentEncode(const std::string& text) {
   std::string out;
@@ -87,6 +99,8 @@ class WebViewTest : public ::testing::Test {
   sandbox::Sandbox sandbox{[] {
     sandbox::SandboxOptions options;
     options.threads = 4;
+    // The web engine keeps its connections open; the sandbox stops sooner when they idle out soon.
+    options.keepAliveTimeoutSeconds = 1;
     return options;
   }()};
   std::shared_ptr<WebView> view;
@@ -100,12 +114,14 @@ TEST_F(WebViewTest, NavigationReportsFinishedOrFailed) {
     const char* name;
     bool reachable;
   };
+  sandbox::Sandbox closed;
+  closed.stop();
   for (const Case& c : {Case{"page", true}, Case{"closed port", false}}) {
     SCOPED_TRACE(c.name);
     started.clear();
     finished.clear();
     failures.clear();
-    const std::string url = c.reachable ? pageUrl("<title>ok</title>") : "http://127.0.0.1:1/";
+    const std::string url = c.reachable ? pageUrl("<title>ok</title>") : closed.baseUrl() + "/";
     loadAndWait(url);
     ASSERT_EQ(started.size(), 1u);
     EXPECT_EQ(started[0], url);
@@ -149,7 +165,7 @@ TEST_F(WebViewTest, ScriptResultsAreRenderedAsText) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.script);
     const auto [result, error] = evaluate(c.script);
-    EXPECT_EQ(result, c.result);
+    expectSameText(result, c.result);
     if (c.errorContains) {
       ASSERT_TRUE(error.has_value());
       EXPECT_NE(error->find(*c.errorContains), std::string::npos) << *error;
@@ -187,12 +203,13 @@ TEST_F(WebViewTest, PostedMessagesReachTheNamedHandlerAsText) {
     messages.clear();
     evaluate(std::string("window.webkit.messageHandlers.customJSHandler.postMessage(") + c.posted + ")");
     ASSERT_TRUE(waitFor([&] { return !messages.empty(); }));
-    EXPECT_EQ(messages, std::vector<std::string>{c.received});
+    ASSERT_EQ(messages.size(), 1u);
+    expectSameText(messages[0], c.received);
   }
 
   // Once removed, the name is gone from the page.
   view->removeScriptMessageHandler("customJSHandler");
-  EXPECT_EQ(evaluate("typeof window.webkit.messageHandlers.customJSHandler").first, "undefined");
+  EXPECT_EQ(evaluate("typeof window.webkit?.messageHandlers?.customJSHandler").first, "undefined");
 }
 
 TEST_F(WebViewTest, ExtraHeadersGoWithThePageRequest) {

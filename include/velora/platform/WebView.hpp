@@ -19,7 +19,7 @@ enum class ColorScheme { light, dark };
 class WebView {
  public:
   /// Script values reach the library as text: a string as its own text, numbers, booleans, null,
-  /// arrays and objects as their JSON text. `undefined` gives neither result nor error; a thrown
+  /// arrays and objects as their JSON text (an object's keys not necessarily in the page's order). `undefined` gives neither result nor error; a thrown
   /// exception or a value that has no JSON form gives an error.
   using ScriptCompletion = std::function<void(std::optional<std::string> result, std::optional<std::string> error)>;
   /// The text of one posted message body, rendered as script results are (`undefined`: "").

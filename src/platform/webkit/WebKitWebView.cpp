@@ -173,7 +173,9 @@ class GtkWebView final : public WebView {
     auto* self = static_cast<GtkWebView*>(data);
     self->failed_ = true;
     if (self->observer_.failed) self->observer_.failed(uri ? uri : "", error->message);
-    return FALSE;
+    // Handled: the engine's own error page would start a second navigation that "finishes"; the
+    // observer decides what to show instead.
+    return TRUE;
   }
 
   static void onScriptMessage(WebKitUserContentManager*, WebKitJavascriptResult* result, gpointer data) {
