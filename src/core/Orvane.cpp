@@ -2,7 +2,6 @@
 
 #include <velora/core/Orvane.hpp>
 
-#include <random>
 
 #include <velora/auth/KeychainHelper.hpp>
 #include <velora/auth/KeycloakManager.hpp>
@@ -22,24 +21,6 @@ std::optional<AnyCodable> sdkConfigOf(const HostInfo& host) {
   const AnyCodable info = host.infoDictionary();
   if (const auto* config = info.find("VeloraSDK"); config && config->isObject()) return *config;
   return std::nullopt;
-}
-
-/// A random (version 4) UUID in upper-case canonical text.
-std::string makeUUID() {
-  std::random_device device;
-  std::mt19937_64 random(device() ^ (static_cast<std::uint64_t>(device()) << 32));
-  std::uint8_t bytes[16];
-  for (auto& b : bytes) b = static_cast<std::uint8_t>(random());
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
-  static constexpr char hex[] = "0123456789ABCDEF";
-  std::string out;
-  for (int i = 0; i < 16; ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) out.push_back('-');
-    out.push_back(hex[bytes[i] >> 4]);
-    out.push_back(hex[bytes[i] & 0xF]);
-  }
-  return out;
 }
 
 }  // namespace
@@ -92,7 +73,7 @@ Orvane::Orvane(Platform platform)
   if (auto stored = platform_.defaults->string(kEnvUuidKey)) {
     envUUID = *stored;
   } else {
-    envUUID = makeUUID();
+    envUUID = detail::makeUUID();
     platform_.defaults->set(kEnvUuidKey, envUUID);
     platform_.defaults->synchronize();
   }

@@ -1,8 +1,5 @@
 #include <velora/map/MapEvents.hpp>
 
-#include <cstdint>
-#include <random>
-
 namespace velora {
 
 namespace detail {
@@ -18,19 +15,6 @@ AnyCodable objectAsIs(const AnyCodable& json, const JsonPath& path) {
 
 PathModel Codec<PathModel>::decode(const AnyCodable& json, const JsonPath& path) { return {objectAsIs(json, path)}; }
 FloorModel Codec<FloorModel>::decode(const AnyCodable& json, const JsonPath& path) { return {objectAsIs(json, path)}; }
-
-std::string newMapRecordId() {
-  thread_local std::mt19937_64 random{std::random_device{}() ^ (static_cast<std::uint64_t>(std::random_device{}()) << 32)};
-  static constexpr char hex[] = "0123456789ABCDEF";
-  std::string out;
-  for (int i = 0; i < 16; ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) out.push_back('-');
-    const auto byte = static_cast<std::uint8_t>(random());
-    out.push_back(hex[byte >> 4]);
-    out.push_back(hex[byte & 0xF]);
-  }
-  return out;
-}
 
 }  // namespace detail
 

@@ -3,8 +3,6 @@
 #include <velora/widgets/HomeWidgets.hpp>
 
 #include <array>
-#include <cstdint>
-#include <random>
 
 namespace velora {
 namespace {
@@ -30,19 +28,6 @@ constexpr auto kDecoders = decoders<WidgetUser, WidgetBooking, WidgetLocker, Wid
 static_assert(kDecoders.size() + 1 == std::variant_size_v<Widget::Case>, "every supported case is decodable");
 
 }  // namespace
-
-std::string detail::newWidgetId() {
-  thread_local std::mt19937_64 random{std::random_device{}() ^ (static_cast<std::uint64_t>(std::random_device{}()) << 32)};
-  static constexpr char hex[] = "0123456789ABCDEF";
-  std::string out;
-  for (int i = 0; i < 16; ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) out.push_back('-');
-    const auto byte = static_cast<std::uint8_t>(random());
-    out.push_back(hex[byte >> 4]);
-    out.push_back(hex[byte & 0xF]);
-  }
-  return out;
-}
 
 WidgetType Widget::type() const {
   return std::visit(

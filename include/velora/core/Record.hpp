@@ -228,6 +228,10 @@ T decode(const AnyCodable& json) { return detail::Codec<T>::decode(json, detail:
 
 namespace detail {
 
+/// A random (version 4) UUID in upper-case canonical text: installation identifiers and the
+/// identities records get when they are created.
+std::string makeUUID();
+
 /// Receives each element of a top-level JSON array with its index.
 using ElementSink = std::function<void(AnyCodable&&, std::size_t)>;
 

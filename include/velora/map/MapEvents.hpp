@@ -136,16 +136,11 @@ struct TagVisibilityModel {
   VELORA_RECORD(TagVisibilityModel, tagid, visible);
 };
 
-namespace detail {
-/// A fresh random identifier in the 8-4-4-4-12 hexadecimal form.
-std::string newMapRecordId();
-}  // namespace detail
-
 /// The page's request to follow (or stop following) a tag. `id` is made when the record is
 /// created, so that a list can tell requests apart; it never travels, and two requests with the
 /// same fields are equal whatever their id.
 struct FollowUserTagModel {
-  std::string id = detail::newMapRecordId();
+  std::string id = detail::makeUUID();
   std::optional<std::string> tagid;
   bool follow = false;
 

@@ -22,11 +22,6 @@ VELORA_ENUM(WidgetType, USER, BOOKING, LOCKER, WEB, ACTION, (DND, "DND_OOO"), UN
 VELORA_ENUM(WidgetActionType, TICKET_ACTION, UNSUPPORTED);
 VELORA_ENUM(ContainerType, HEADER, BODY, UNKNOWN);
 
-namespace detail {
-/// A fresh random identifier for a widget record.
-std::string newWidgetId();
-}  // namespace detail
-
 struct UserInfo {
   std::string username;
   std::optional<std::string> image;
@@ -53,7 +48,7 @@ struct WidgetDNDResource {
 
 struct WidgetUser {
   static constexpr WidgetType kind = WidgetType::USER;
-  std::string id = detail::newWidgetId();
+  std::string id = detail::makeUUID();
   std::string type;
   std::optional<std::string> backgroundImage;
   UserInfo user;
@@ -64,7 +59,7 @@ struct WidgetUser {
 
 struct WidgetBooking {
   static constexpr WidgetType kind = WidgetType::BOOKING;
-  std::string id = detail::newWidgetId();
+  std::string id = detail::makeUUID();
   std::string type;
   std::optional<InfoIcon> nextBookingTitle;
   std::optional<std::vector<ScheduleElement>> nextBookings;
@@ -76,7 +71,7 @@ struct WidgetBooking {
 
 struct WidgetLocker {
   static constexpr WidgetType kind = WidgetType::LOCKER;
-  std::string id = detail::newWidgetId();
+  std::string id = detail::makeUUID();
   std::string type;
   std::optional<InfoIcon> nextLockerTitle;
   std::optional<InfoIcon> nextLockerSubtitle;
@@ -89,7 +84,7 @@ struct WidgetLocker {
 
 struct WidgetWeb {
   static constexpr WidgetType kind = WidgetType::WEB;
-  std::string id = detail::newWidgetId();
+  std::string id = detail::makeUUID();
   std::string type;
   std::optional<InfoIcon> title;
   std::optional<std::string> url;
@@ -101,7 +96,7 @@ struct WidgetWeb {
 
 struct WidgetAction {
   static constexpr WidgetType kind = WidgetType::ACTION;
-  std::string id = detail::newWidgetId();
+  std::string id = detail::makeUUID();
   std::string type;
   std::optional<InfoIcon> title;
   std::optional<WidgetActionType> action;
@@ -114,7 +109,7 @@ struct WidgetAction {
 /// Do-not-disturb / out-of-office switch of the user.
 struct WidgetDND {
   static constexpr WidgetType kind = WidgetType::DND;
-  std::string id = detail::newWidgetId();
+  std::string id = detail::makeUUID();
   std::string type;
   std::optional<WidgetDNDResource> resource;
   std::optional<InfoIcon> button;
