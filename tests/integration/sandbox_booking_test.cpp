@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "DemoData.hpp"
 #include "velora_sandbox/Sandbox.hpp"
 
 namespace {
@@ -319,47 +318,6 @@ TEST(SandboxBooking, MapBookingTakesTheBookableDaysAtOnceOrNone) {
     perDay.push_back(day["scheduleElements"].size());
   }
   EXPECT_EQ(perDay, std::vector<std::size_t>({1, 0, 1}));
-}
-
-// The same way as the other data files: the sandbox must refuse to start on a broken entry.
-TEST(SandboxBooking, DemoDataRefusesBrokenBookingEntries) {
-  namespace detail = velora::sandbox::detail;
-  struct Case {
-    std::string file, replace, with, message;
-  };
-  const std::vector<Case> cases = {
-      {"booking.json", R"("subtype": "S",)", R"("subtype": "XL",)", "booking.json: resources[12].subtype must be a locker size"},
-      {"booking.json", R"("roomId": 23)", R"("roomId": 99)", "booking.json: resources[5].position names no room"},
-      {"booking.json", R"("id": "1102")", R"("id": "1101")", "resources[1].id is used by another resource"},
-      {"booking.json", R"("capacity": "8")", R"("capacity": 8)", "resources[7].data must be an object of strings"},
-      {"booking.json", R"("user": "demo")", R"("user": "mallory")", "agenda[0].user is no user of the realm"},
-      {"booking.json", R"("mapId": 2,)", R"("mapId": 1,)", "booking.json: floors repeats map id 1"},
-      {"home.json", R"("type": "HEADER")", R"("kind": "HEADER")", "home.json: containers[0] needs \"type\""},
-  };
-  const auto isUser = [](std::string_view name) { return name == "demo" || name == "alice"; };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.with);
-    std::vector<std::pair<std::string, std::string>> texts;
-    for (const auto& file : detail::embeddedDataFiles()) {
-      std::string text(file.text);
-      if (file.name == c.file) {
-        const auto at = text.find(c.replace);
-        ASSERT_NE(at, std::string::npos);
-        text.replace(at, c.replace.size(), c.with);
-      }
-      texts.emplace_back(file.name, std::move(text));
-    }
-    std::vector<detail::EmbeddedFile> files;
-    for (const auto& [name, text] : texts) {
-      files.push_back({name, text});
-    }
-    try {
-      detail::loadDemoData(detail::DataFiles(files), isUser);
-      ADD_FAILURE() << "loaded";
-    } catch (const std::runtime_error& e) {
-      EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
-    }
-  }
 }
 
 }  // namespace

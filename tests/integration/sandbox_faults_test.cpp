@@ -269,6 +269,13 @@ TEST(DemoData, RefusesFilesThatDoNotParseOrDoNotFit) {
       {"equipment.json", R"("min": 0.0)", R"("min": "0")", "items[0].controls[1].min must be a number"},
       {"building.json", R"("xFrom": 10)", R"("xFrom": 0)", "building.json: floors[0].rooms[1] must start"},
       {"login-codes.json", R"("user": "alice")", R"("user": "mallory")", "login-codes.json: codes[1].user is no user"},
+      {"booking.json", R"("subtype": "S",)", R"("subtype": "XL",)", "booking.json: resources[12].subtype must be a locker size"},
+      {"booking.json", R"("roomId": 23)", R"("roomId": 99)", "booking.json: resources[5].position names no room"},
+      {"booking.json", R"("id": "1102")", R"("id": "1101")", "resources[1].id is used by another resource"},
+      {"booking.json", R"("capacity": "8")", R"("capacity": 8)", "resources[7].data must be an object of strings"},
+      {"booking.json", R"("user": "demo")", R"("user": "mallory")", "agenda[0].user is no user of the realm"},
+      {"booking.json", R"("mapId": 2,)", R"("mapId": 1,)", "booking.json: floors repeats map id 1"},
+      {"home.json", R"("type": "HEADER")", R"("kind": "HEADER")", "home.json: containers[0] needs \"type\""},
   };
   const auto isUser = [](std::string_view name) { return name == "demo" || name == "alice"; };
   for (const auto& c : cases) {
