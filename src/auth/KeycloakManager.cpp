@@ -149,6 +149,10 @@ KeycloakManager::KeycloakManager(Orvane& facade, KeyCloakParameters with)
   if (auto stored = keychain_.readItem<KeyCloakAuthResponse>(kTokenService, kTokenAccount); stored && stored->refreshTokenValid(now())) {
     current_ = std::move(stored);
   }
+  // A new browser login must not reuse a login page cached by an earlier one.
+  if (auto websiteData = platform_.websiteData) {
+    platform_.mainQueue->post([websiteData] { websiteData->removeCaches(); });
+  }
 }
 
 Date KeycloakManager::now() const { return platform_.clock->now(); }

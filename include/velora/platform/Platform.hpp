@@ -14,7 +14,9 @@
 #include <velora/platform/HttpTransport.hpp>
 #include <velora/platform/KeyValueStore.hpp>
 #include <velora/platform/MainQueue.hpp>
+#include <velora/platform/NotificationCenter.hpp>
 #include <velora/platform/SecureStore.hpp>
+#include <velora/platform/WebView.hpp>
 
 namespace velora {
 
@@ -40,6 +42,11 @@ struct Platform {
   std::shared_ptr<BrowserAuthSession> browser;
   /// The web-view login screen of the CUSTOM authentication method.
   std::shared_ptr<CustomAuthenticationHandler> customAuthentication;
+  /// The web engine's shared caches, purged when a Keycloak manager is created so that a new
+  /// login never reuses a cached login page. Empty when the application shows no web content.
+  std::shared_ptr<WebsiteDataStore> websiteData;
+  /// Positions and headings for the map view, language changes.
+  std::shared_ptr<NotificationCenter> notifications = NotificationCenter::make();
   /// The application's documents folder ("console.log" lives here).
   std::filesystem::path documentsDirectory;
   ConsoleSink console;

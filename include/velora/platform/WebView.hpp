@@ -55,4 +55,14 @@ class WebView {
   virtual void takeSnapshot(SnapshotCompletion completion) = 0;
 };
 
+/// The web engine's shared website data: what pages opened outside an ephemeral view leave
+/// behind.
+class WebsiteDataStore {
+ public:
+  virtual ~WebsiteDataStore() = default;
+  /// Removes the disk and memory caches, whatever their age; `done` runs on the main queue once
+  /// they are gone. Call on the main queue.
+  virtual void removeCaches(std::function<void()> done = {}) = 0;
+};
+
 }  // namespace velora
