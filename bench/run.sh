@@ -19,3 +19,6 @@ fi
 if [ -x "$build/bin/record_decode_bench" ]; then
   "$build/bin/record_decode_bench" --benchmark_min_time=1
 fi
+if [ -x "$build/bin/map_view_bench" ] && command -v xvfb-run >/dev/null; then
+  xvfb-run -a "$build/bin/map_view_bench"
+fi

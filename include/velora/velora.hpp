@@ -22,11 +22,13 @@
 #include <velora/core/SessionRenewer.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/core/URL.hpp>
+#include <velora/map/DynamicMapView.hpp>
 #include <velora/map/MapClick.hpp>
 #include <velora/map/MapConfiguration.hpp>
 #include <velora/map/MapEvents.hpp>
 #include <velora/map/MapPositionModel.hpp>
 #include <velora/map/ORVRegion.hpp>
+#include <velora/map/Positioning.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
 #include <velora/sse/EventSource.hpp>

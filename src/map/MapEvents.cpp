@@ -15,6 +15,9 @@ AnyCodable objectAsIs(const AnyCodable& json, const JsonPath& path) {
 
 PathModel Codec<PathModel>::decode(const AnyCodable& json, const JsonPath& path) { return {objectAsIs(json, path)}; }
 FloorModel Codec<FloorModel>::decode(const AnyCodable& json, const JsonPath& path) { return {objectAsIs(json, path)}; }
+GenericResourceModel Codec<GenericResourceModel>::decode(const AnyCodable& json, const JsonPath& path) {
+  return {objectAsIs(json, path)};
+}
 
 }  // namespace detail
 

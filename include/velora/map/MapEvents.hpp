@@ -49,7 +49,14 @@ struct FloorModel {
   friend bool operator==(const FloorModel&, const FloorModel&) = default;
 };
 
-/// Both travel as the JSON object received; anything but an object does not decode.
+/// A point of interest of the building (a room, a service, a landmark), kept as received for the
+/// same reason as PathModel.
+struct GenericResourceModel {
+  AnyCodable json;
+  friend bool operator==(const GenericResourceModel&, const GenericResourceModel&) = default;
+};
+
+/// These travel as the JSON object received; anything but an object does not decode.
 namespace detail {
 
 template <>
@@ -62,6 +69,12 @@ template <>
 struct Codec<FloorModel> {
   static AnyCodable encode(const FloorModel& floor) { return floor.json; }
   static FloorModel decode(const AnyCodable& json, const JsonPath& path);
+};
+
+template <>
+struct Codec<GenericResourceModel> {
+  static AnyCodable encode(const GenericResourceModel& poi) { return poi.json; }
+  static GenericResourceModel decode(const AnyCodable& json, const JsonPath& path);
 };
 
 }  // namespace detail
