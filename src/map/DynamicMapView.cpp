@@ -114,8 +114,7 @@ void DynamicMapView::load(const std::string& url, std::optional<HttpHeaders> add
                           std::weak_ptr<DynamicMapResourcesDelegate> resourceDelegate) {
   delegate_ = std::move(delegate);
   resourcesDelegate_ = std::move(resourceDelegate);
-  oldConfiguration_ = std::exchange(configuration_, std::move(configuration));
-  oldURL_ = url;
+  configuration_ = std::move(configuration);
   webView_->load(url, additionalHeaders.value_or(HttpHeaders{}));
 }
 

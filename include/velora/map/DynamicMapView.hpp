@@ -160,8 +160,6 @@ class DynamicMapView : public std::enable_shared_from_this<DynamicMapView> {
   std::weak_ptr<DynamicMapViewDelegate> delegate_;
   std::weak_ptr<DynamicMapResourcesDelegate> resourcesDelegate_;
   std::optional<ConfigurationModel> configuration_;
-  std::optional<ConfigurationModel> oldConfiguration_;
-  std::optional<std::string> oldURL_;
   std::optional<std::string> initializedKey_;
   NotificationCenter::Observation gpsHeadingAvailable_;
   NotificationCenter::Observation gpsPositionAvailable_;
