@@ -97,6 +97,28 @@ void redirectChain(Exchange& x) {
            remaining == 0 ? std::string("/test/echo") : "/test/redirect-chain/" + std::to_string(remaining - 1));
 }
 
+// HTTP authentication as a browser meets it: the challenge the test names, until the request
+// carries the Basic credentials of `user` and `password` (when both are given).
+void challenge(Exchange& x) {
+  const std::string header = x.req.get_param_value("www-authenticate");
+  if (header.empty()) {
+    sendMessage(x.res, 400, "Query parameter 'www-authenticate' is required");
+    return;
+  }
+  if (x.req.has_param("user") && x.req.has_param("password")) {
+    const auto expected =
+        httplib::make_basic_authentication_header(x.req.get_param_value("user"), x.req.get_param_value("password"));
+    if (x.req.get_header_value("Authorization") == expected.second) {
+      x.res.status = 200;
+      x.res.set_content("<title>Signed in</title>", "text/html; charset=utf-8");
+      return;
+    }
+  }
+  x.res.status = 401;
+  x.res.set_header("WWW-Authenticate", header);
+  x.res.set_content("<title>Unauthorized</title>", "text/html; charset=utf-8");
+}
+
 void bytes(Exchange& x) {
   long long count = 0;
   if (!parseInt(x.match[1].str(), 0, kMaxBytes, count)) {
@@ -116,6 +138,7 @@ constexpr Route kTestRoutes[] = {
     {"",       "/test/echo",                   echo},
     {"",       "/test/redirect",               redirectTo},
     {"",       "/test/redirect-chain/([^/]*)", redirectChain},
+    {"GET",    "/test/challenge",              challenge},
     {"GET",    "/test/bytes/([^/]*)",          bytes},
     {"GET",    "/test/stream",                 testStream},
     {"POST",   "/test/stream-faults",          setStreamFaultsRoute},

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <latch>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -254,6 +255,36 @@ TEST(TestRoutes, AnswerTheRequestedStatusBodyTypeAndLocation) {
     EXPECT_TRUE(c.body == "*" || res->body == c.body) << res->body;
     EXPECT_TRUE(c.type == "*" || res->get_header_value("Content-Type") == c.type);
     EXPECT_EQ(res->get_header_value("Location"), c.location);
+  }
+}
+
+TEST(TestRoutes, ChallengeUntilTheNamedBasicCredentialsCome) {
+  struct Case {
+    const char* name;
+    std::string target;
+    std::optional<std::pair<std::string, std::string>> credentials;
+    int status;
+    std::string challenge;
+  };
+  const std::string basic = "/test/challenge?www-authenticate=Basic%20realm%3D%22x%22&user=ann&password=s%3Acret";
+  const std::vector<Case> cases = {
+      {"no credentials", basic, std::nullopt, 401, R"(Basic realm="x")"},
+      {"right credentials", basic, std::pair{"ann", "s:cret"}, 200, ""},
+      {"wrong password", basic, std::pair{"ann", "secret"}, 401, R"(Basic realm="x")"},
+      {"other user", basic, std::pair{"bob", "s:cret"}, 401, R"(Basic realm="x")"},
+      {"no expected credentials", "/test/challenge?www-authenticate=NTLM", std::pair{"ann", "s:cret"}, 401, "NTLM"},
+      {"no challenge named", "/test/challenge?user=ann&password=s%3Acret", std::nullopt, 400, ""},
+  };
+  Sandbox sandbox;
+  httplib::Client client(sandbox.baseUrl());
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    httplib::Headers headers;
+    if (c.credentials) headers.insert(httplib::make_basic_authentication_header(c.credentials->first, c.credentials->second));
+    const auto res = client.Get(c.target, headers);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, c.status);
+    EXPECT_EQ(res->get_header_value("WWW-Authenticate"), c.challenge);
   }
 }
 

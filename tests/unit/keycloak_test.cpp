@@ -182,7 +182,9 @@ TEST(KeycloakManagerText, FormBodiesAndCallbackCodes) {
   };
   for (const Case& c : {Case{"app://cb?state=STATE&session_state=x&code=abc", "abc"},
                         Case{"app://cb?code=abc&state=STATE", "abc&state=STATE"},
-                        Case{"http://127.0.0.1:8765/callback?state=S&code=k/q", "q"}}) {
+                        Case{"http://127.0.0.1:8765/callback?state=S&code=k/q", "q"},
+                        Case{"velora://callback?state=S&session_state=x", "callback?state=S&session_state=x"},
+                        Case{"velora://callback?code=abc/", ""}}) {
     EXPECT_EQ(KeycloakManager::codeFromCallbackURL(c.url), c.code) << c.url;
   }
 }

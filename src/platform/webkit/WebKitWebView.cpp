@@ -9,7 +9,15 @@
 
 #include <velora/platform/WebKitWebView.hpp>
 
+#include "Gtk.hpp"
+
 namespace velora {
+
+void detail::ensureGtk(const char* who) {
+  static const bool initialised = gtk_init_check(nullptr, nullptr) != FALSE;
+  if (!initialised) throw std::runtime_error(std::string(who) + ": GTK cannot open a display (is DISPLAY set?)");
+}
+
 namespace {
 
 struct Rendered {
@@ -50,15 +58,10 @@ cairo_status_t appendPng(void* closure, const unsigned char* data, unsigned int 
   return CAIRO_STATUS_SUCCESS;
 }
 
-void ensureGtk() {
-  static const bool initialised = gtk_init_check(nullptr, nullptr) != FALSE;
-  if (!initialised) throw std::runtime_error("WebView: GTK cannot open a display (is DISPLAY set?)");
-}
-
 class GtkWebView final : public WebView {
  public:
   explicit GtkWebView(const WebViewOptions& options) {
-    ensureGtk();
+    detail::ensureGtk("WebView");
     content_ = webkit_user_content_manager_new();
     view_ = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "user-content-manager", content_, "is-ephemeral",
                                          options.ephemeral ? TRUE : FALSE, nullptr));
