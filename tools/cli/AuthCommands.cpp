@@ -150,11 +150,34 @@ void loginPassword(Context& ctx, const std::string& username) {
   });
 }
 
-void loginBrowser(Context& ctx) {
+/// The CUSTOM authentication method for one login. It is never remembered: a later run that must
+/// log in again renews the session in the desktop browser, since only this command opens a window.
+class CustomMethodForThisLogin {
+ public:
+  explicit CustomMethodForThisLogin(Orvane& orvane) : orvane_(orvane), remembered_(orvane.environment->keycloakEnv) {
+    KeycloakEnvironment identity = remembered_.value_or(KeycloakEnvironment{});
+    identity.authMethod = KeycloakAuthenticationMethod::CUSTOM;
+    orvane_.environment->keycloakEnv = std::move(identity);
+  }
+  ~CustomMethodForThisLogin() { orvane_.environment->keycloakEnv = remembered_; }
+  CustomMethodForThisLogin(const CustomMethodForThisLogin&) = delete;
+  CustomMethodForThisLogin& operator=(const CustomMethodForThisLogin&) = delete;
+
+ private:
+  Orvane& orvane_;
+  std::optional<KeycloakEnvironment> remembered_;
+};
+
+void loginBrowser(Context& ctx, bool custom) {
   Orvane& orvane = ctx.orvane();
   login(ctx, orvane, KeycloakLoginMode::USER, [&](SessionSnapshot& previous) {
     previous.setAside();
-    ctx.await("Waiting for the login in the browser", orvane.keycloakLogin());
+    if (!custom) {
+      ctx.await("Waiting for the login in the browser", orvane.keycloakLogin());
+      return;
+    }
+    CustomMethodForThisLogin method(orvane);
+    ctx.await("Waiting for the login in the login window", orvane.keycloakLogin());
   });
 }
 
@@ -239,7 +262,11 @@ void addAuthCommands(CommandSet& commands) {
                                       [username](Context& ctx) { loginPassword(ctx, *username); });
   byPassword->add_option("USER", *username, "User name")->required();
 
-  commands.add(*group, "browser", "Log in in a web browser (the address is printed when none opens)", loginBrowser);
+  auto custom = std::make_shared<bool>(false);
+  CLI::App* byBrowser = commands.add(*group, "browser", "Log in in a web browser (the address is printed when none opens)",
+                                     [custom](Context& ctx) { loginBrowser(ctx, *custom); });
+  byBrowser->add_flag("--custom", *custom, "Log in in the library's own login window instead of the desktop browser");
+  commands.needsWindow(byBrowser, "login browser --custom", [custom] { return *custom; });
 
   auto code = std::make_shared<std::string>();
   CLI::App* byCode = commands.add(*group, "qr", "Log in with the credentials a login code (QR code) stands for",

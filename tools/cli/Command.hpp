@@ -4,9 +4,12 @@
 // platform is installed, with a Context giving it the settings, the output and a way to wait.
 
 #include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include <CLI/CLI.hpp>
 
@@ -15,6 +18,7 @@
 #include "Output.hpp"
 #include "Settings.hpp"
 #include "Spinner.hpp"
+#include "Window.hpp"
 
 namespace velora::cli {
 
@@ -23,16 +27,26 @@ struct Context {
   const CLI::App& app;
   Output& out;
   bool spinner = false;
+  /// Set when the command opens windows (CommandSet::needsWindow).
+  std::shared_ptr<WindowLoop> window;
 
   /// The shared facade; throws UsageError when no endpoint is known.
   Orvane& orvane() const { return connect(settings, app); }
 
   /// Runs an awaitable operation to its end from this (the main) thread, with a spinner saying
-  /// `label` meanwhile. Returns its result or rethrows its error, the spinner already erased.
+  /// `label` meanwhile. Returns its result or rethrows its error, the spinner already erased. In a
+  /// command that opens windows the thread turns the window loop meanwhile.
   template <class T>
   T await(std::string label, Task<T> task) const {
     Spinner shown(std::move(label), spinner);
-    return task.get();
+    if (!window) return task.get();
+    if constexpr (std::is_void_v<T>) {
+      window->run(std::move(task));
+    } else {
+      std::optional<T> result;
+      window->run(keepingResult(std::move(task), result));
+      return std::move(*result);
+    }
   }
 };
 
@@ -52,17 +66,31 @@ class CommandSet {
   /// A subcommand that only holds others ("log" for "log show"); one of them must be given.
   CLI::App* group(const std::string& name, const std::string& description);
 
+  /// Makes `command` open windows: its Context then has a window loop (see WindowLoop). With
+  /// `when`, only if it holds once the command line is parsed (for a flag such as --custom).
+  /// `purpose` names what needs the window in the error of a client built without windows.
+  void needsWindow(const CLI::App* command, std::string purpose, std::function<bool()> when = {});
+
   /// What the command line selected; empty before parsing.
   const Run* selected() const { return selected_ ? &*selected_ : nullptr; }
+  /// Why the selected command needs a window; empty when it needs none.
+  std::optional<std::string> windowPurpose() const;
 
  private:
+  struct WindowNeed {
+    std::string purpose;
+    std::function<bool()> when;
+  };
+
   CLI::App& app_;
   std::optional<Run> selected_;
+  const CLI::App* selectedCommand_ = nullptr;
+  std::map<const CLI::App*, WindowNeed> windowNeeds_;
 };
 
 /// Command groups, in the order their commands appear in the help.
 void addPlatformCommands(CommandSet& commands);  // check, device-config
-void addAuthCommands(CommandSet& commands);      // login guest|password|browser|qr, logout, status
+void addAuthCommands(CommandSet& commands);      // login guest|password|browser [--custom]|qr, logout, status
 void addItemCommands(CommandSet& commands);      // items list, items set
 void addBookingCommands(CommandSet& commands);   // book, agenda, slots, favourite, locker
 void addHomeCommands(CommandSet& commands);      // home

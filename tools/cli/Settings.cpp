@@ -11,6 +11,7 @@
 
 #include "Secrets.hpp"
 #include "Spinner.hpp"
+#include "Window.hpp"
 
 namespace velora::cli {
 namespace {
@@ -141,7 +142,7 @@ bool isGiven(const CLI::App& app, std::string_view flag) {
   return app.get_option(std::string(flag))->count() > 0;
 }
 
-void installPlatform(const Settings& settings) {
+std::shared_ptr<WindowLoop> installPlatform(const Settings& settings, const std::optional<std::string>& windowPurpose) {
   Platform platform = Platform::linuxDefaults(kBundleIdentifier);
   const std::optional<EnvironmentModel> stored = Orvane::storedEnvironment(platform);
   const std::string endpoint = settings.endpoint.empty() && stored ? stored->sdkEndpoint : settings.endpoint;
@@ -172,7 +173,9 @@ void installPlatform(const Settings& settings) {
       dropped = true;
     };
   }
+  std::shared_ptr<WindowLoop> window = windowPurpose ? installWindowLoop(platform, *windowPurpose) : nullptr;
   Platform::setDefault(std::move(platform));
+  return window;
 }
 
 bool diagnosticsDropped() { return dropped; }

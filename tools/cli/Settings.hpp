@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -19,6 +20,8 @@
 #include <velora/velora.hpp>
 
 namespace velora::cli {
+
+class WindowLoop;
 
 struct Settings {
   /// Base URL of the platform; remembered by the library once given.
@@ -116,7 +119,9 @@ class UsageError : public std::runtime_error {
 
 /// Builds the platform the settings describe and makes it the library's default. Must run before
 /// anything else reaches the library: the log manager and the facade read the default on first use.
-void installPlatform(const Settings& settings);
+/// With `windowPurpose` (see CommandSet::needsWindow) the platform shows windows, and the loop that
+/// the command's waits turn is returned.
+std::shared_ptr<WindowLoop> installPlatform(const Settings& settings, const std::optional<std::string>& windowPurpose);
 
 /// True when the library wrote diagnostic lines that were dropped because --verbose was off.
 bool diagnosticsDropped();

@@ -52,9 +52,9 @@ int main(int argc, char** argv) {
   }
 
   try {
-    installPlatform(settings);
+    std::shared_ptr<WindowLoop> window = installPlatform(settings, commands.windowPurpose());
     Output out(settings.json, std::cout);
-    Context ctx{settings, app, out, Spinner::wanted()};
+    Context ctx{settings, app, out, Spinner::wanted(), window};
     const Run* run = commands.selected();
     if (!run) return fail(kUsage, "no command given; see velora --help");
     (*run)(ctx);
