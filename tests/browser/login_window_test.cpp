@@ -137,7 +137,6 @@ struct Reports {
   int logouts = 0;
   std::optional<std::string> code;
   std::optional<PlatformError> error;
-  std::optional<PlatformError> logoutError;
 };
 
 /// A task of the library running while the test drives the loop; `done` is set on the loop's
@@ -192,10 +191,9 @@ class LoginWindowTest : public ::testing::Test {
           reports->code = std::move(code);
           reports->error = std::move(error);
         },
-        [queue = queue, reports](std::optional<PlatformError> error) {
+        [queue = queue, reports](std::optional<PlatformError>) {
           EXPECT_TRUE(queue->isCurrent());
           ++reports->logouts;
-          reports->logoutError = std::move(error);
         });
     return reports;
   }
@@ -207,22 +205,24 @@ class LoginWindowTest : public ::testing::Test {
     struct Outcome {
       bool done = false;
       std::optional<std::string> value;
-    } outcome;
+    };
+    // Shared with the callback, which may come after a wait that gave up.
+    auto outcome = std::make_shared<Outcome>();
     webkit_web_view_evaluate_javascript(
         view, text.c_str(), -1, nullptr, nullptr, nullptr,
         [](GObject* source, GAsyncResult* result, gpointer data) {
-          auto* out = static_cast<Outcome*>(data);
+          std::unique_ptr<std::shared_ptr<Outcome>> out(static_cast<std::shared_ptr<Outcome>*>(data));
           if (JSCValue* value = webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, nullptr)) {
             char* string = jsc_value_to_string(value);
-            out->value = string;
+            (*out)->value = string;
             g_free(string);
             g_object_unref(value);
           }
-          out->done = true;
+          (*out)->done = true;
         },
-        &outcome);
-    EXPECT_TRUE(waitFor([&] { return outcome.done; })) << text;
-    return outcome.value;
+        new std::shared_ptr<Outcome>(outcome));
+    EXPECT_TRUE(waitFor([&] { return outcome->done; })) << text;
+    return outcome->value;
   }
 
   /// Whether the login window shows the realm's form, loaded to its end.

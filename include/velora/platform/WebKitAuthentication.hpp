@@ -22,9 +22,10 @@ inline constexpr const char* kLoginWindowUserAgent = "Version/8.0.2 Safari/600.2
 /// - A navigation to the redirect URI (compared without query and fragment) is stopped before
 ///   anything loads. A login then completes with the code that
 ///   KeycloakManager::codeFromCallbackURL takes from that URL; a logout calls `onLogout(nullopt)`.
-/// - A login whose page fails to load (other than a load cancelled on purpose) completes with the
-///   code of the failing URL, the way custom-scheme redirects ended before they were recognised;
-///   a logout whose page fails elsewhere than at the redirect URI calls `onLogout` with the error.
+/// - A login whose navigation fails (other than a load cancelled on purpose) completes with the
+///   code of the failing URL by the same rule: a redirect URI the presented URL does not name ends
+///   that way. Without a failing URL it completes with the error. A logout that fails elsewhere
+///   than at the redirect URI calls `onLogout` with the error.
 /// - Cancel, closing the window, `cancelDidPress()` or a newer presentation complete with
 ///   PlatformError("CustomAuthenticationHandler: the login was cancelled", transport_error::kCancelled).
 /// - HTTP authentication in the page: Basic, Digest and the engine's default scheme ask for a
