@@ -96,6 +96,7 @@ void addBookingCommands(CommandSet& commands);   // book, agenda, slots, favouri
 void addHomeCommands(CommandSet& commands);      // home
 void addCallCommands(CommandSet& commands);      // call OPERATION, call --list
 void addWatchCommands(CommandSet& commands);     // watch items|events|positions|diagnostic|home|group|widget
+void addMapCommands(CommandSet& commands);       // map [--tag] [--floor] [--seconds] [--screenshot]
 void addLogCommands(CommandSet& commands);       // log show, log clear
 
 }  // namespace velora::cli

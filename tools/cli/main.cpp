@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
   addHomeCommands(commands);
   addCallCommands(commands);
   addWatchCommands(commands);
+  addMapCommands(commands);
   addLogCommands(commands);
 
   try {
