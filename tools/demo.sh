@@ -135,6 +135,18 @@ need "locker booking" "$locker"
 step "$velora" locker unlock "$locker"
 step "$velora" locker release "$locker"
 step "$velora" book cancel "$booking"
+# The map in a window (on a virtual display when there is none) following the demo tag from the
+# position stream; a picture of it is kept.
+map_png="$(cd "$bin_dir/.." && pwd)/demo-map.png"
+windowed() { if [[ -z "${DISPLAY:-}" ]] && command -v xvfb-run >/dev/null; then xvfb-run -a "$@"; else "$@"; fi; }
+echo
+echo "== velora map --tag velora-demo-tag --seconds 3 --screenshot $map_png"
+if windowed "$velora" map --tag velora-demo-tag --seconds 3 --screenshot "$map_png"; then
+  echo "map screenshot: $map_png"
+else
+  echo "-- failed with exit code $?"
+  failed=1
+fi
 step "$velora" logout
 step "$velora" status
 step "$velora" log show

@@ -129,5 +129,28 @@ TEST(CliLoginWindow, LogsInThroughTheWindowWithoutRememberingTheMethod) {
   }
 }
 
+TEST(CliMapWindow, ShowsTheMapPrintsItsEventsAndWritesAScreenshot) {
+  sandbox::SandboxOptions options;
+  options.keepAliveTimeoutSeconds = 1;
+  sandbox::Sandbox sandbox(options);
+  GlibMainQueue queue;
+  testing::TempDir home;
+  ASSERT_EQ(runCli(queue, home.path, {"--endpoint", sandbox.baseUrl(), "login", "guest"}).exitCode, 0);
+
+  const fs::path png = home.path / "map.png";
+  const Result map = runCli(queue, home.path, {"--json", "map", "--floor", "2", "--screenshot", png.string()});
+  ASSERT_EQ(map.exitCode, 0) << map.err;
+  EXPECT_NE(map.out.find(R"({"event":"initialised","data":{"operationId":")"), std::string::npos) << map.out;
+  EXPECT_NE(map.out.find(R"({"event":"floorChange","data":{)"), std::string::npos) << map.out;
+  EXPECT_NE(map.err.find("map screenshot written to " + png.string()), std::string::npos) << map.err;
+  EXPECT_EQ(slurp(png).substr(0, 8), "\x89PNG\r\n\x1a\n");
+
+  // Without a session the page cannot initialise; the client says so instead of waiting.
+  testing::TempDir stranger;
+  const Result refused = runCli(queue, stranger.path, {"--endpoint", sandbox.baseUrl(), "map", "--screenshot", png.string()});
+  EXPECT_NE(refused.exitCode, 0);
+  EXPECT_NE(refused.err.find("log in first"), std::string::npos) << refused.err;
+}
+
 }  // namespace
 }  // namespace velora

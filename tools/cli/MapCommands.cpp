@@ -111,6 +111,8 @@ void showMap(Context& ctx, const MapOptions& o) {
   auto loop = std::dynamic_pointer_cast<GlibMainQueue>(orvane.platform().mainQueue);
   if (!loop) throw UsageError("map: the window loop is not running");
   std::signal(SIGINT, onMapInterrupt);
+  // The page loads its data with the session's token; without one it would wait for it forever.
+  if (!orvane.accessToken()) throw APIError(ResponseMessage(-28005, "map - the page needs a session"));
 
   auto web = makeWebKitWebView();
   auto view = DynamicMapView::make(web, orvane);
