@@ -49,7 +49,7 @@ json Notifications::registerDevice(const std::string& user, const json& request)
   }
   const std::lock_guard lock(mutex_);
   Device& device = devices_[token];
-  if (device.user != user || device.inbox.empty()) {
+  if (device.user != user) {
     device = Device{user, {}};
     const auto now = std::chrono::system_clock::now();
     std::vector<const SeededNotification*> seeds;
