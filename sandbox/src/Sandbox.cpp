@@ -21,8 +21,8 @@
 #include <utility>
 
 #include "Booking.hpp"
-#include "Notifications.hpp"
 #include "DemoData.hpp"
+#include "Notifications.hpp"
 #include "Realm.hpp"
 #include "SandboxInternal.hpp"
 
