@@ -111,7 +111,8 @@ TEST_F(NotificationsOverHttp, DoNotDisturbIsSetAndReadBack) {
   EXPECT_EQ(form[0].value, std::nullopt);
   form[0].value = AnyCodable("2024-03-15");
   form[1].value = AnyCodable("2024-03-22");
-  form[2].value = AnyCodable::parse(R"({"start":"12:00","end":"14:00"})");
+  // In the sandbox's key order: objects compare member by member in order.
+  form[2].value = AnyCodable::parse(R"({"end":"14:00","start":"12:00"})");
 
   std::promise<ResponseMessage> answer;
   facade_->setDNDFilters(SetDNDRequest{demo::kUser, form}, [&answer](const ResponseMessage& m) { answer.set_value(m); });
