@@ -147,6 +147,15 @@ else
   echo "-- failed with exit code $?"
   failed=1
 fi
+# This device's notifications: register it, list them, read the newest; then no disturbing
+# tomorrow afternoon.
+step "$velora" notifications register
+step "$velora" notifications list --status SENT --status READ
+newest=$("$velora" notifications list --status SENT --json | json_text id)
+need "notification" "$newest"
+step "$velora" notifications read "$newest"
+step "$velora" dnd set --resource demo "dnd-day=$(date -d tomorrow +%F)" 'dnd-time={"start":"13:00","end":"17:00"}'
+step "$velora" dnd show
 step "$velora" logout
 step "$velora" status
 step "$velora" log show

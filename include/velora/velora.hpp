@@ -29,6 +29,7 @@
 #include <velora/map/MapPositionModel.hpp>
 #include <velora/map/ORVRegion.hpp>
 #include <velora/map/Positioning.hpp>
+#include <velora/notifications/Notifications.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
 #include <velora/sse/EventSource.hpp>

@@ -395,6 +395,46 @@ std::string fillText(std::string_view text, const std::vector<std::pair<std::str
   return out;
 }
 
+NotificationData readNotifications(const Reader& r, const std::function<bool(std::string_view)>& isUser) {
+  NotificationData data;
+  const json& list = r.array(r.root(), "the file", "notifications");
+  std::set<std::string> ids;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string where = at("notifications", i);
+    SeededNotification seed{r.text(list[i], where, "user"), r.integer(list[i], where, "minutesAgo"), json::object()};
+    if (!isUser(seed.user)) {
+      r.fail(where + ".user", "names no demo user");
+    }
+    if (seed.minutesAgo < 0) {
+      r.fail(where + ".minutesAgo", "must not be negative");
+    }
+    const std::string id = r.text(list[i], where, "id");
+    if (!ids.insert(id).second) {
+      r.fail(where, "repeats the id " + id);
+    }
+    const std::string type = r.text(list[i], where, "type");
+    if (type != "POOL_NOTIFICATION" && type != "GENERIC_NOTIFICATION") {
+      r.fail(where + ".type", "must be POOL_NOTIFICATION or GENERIC_NOTIFICATION");
+    }
+    const std::string status = r.text(list[i], where, "status");
+    if (status != "SENT" && status != "READ" && status != "DELETED") {
+      r.fail(where + ".status", "must be SENT, READ or DELETED");
+    }
+    const json& message = r.member(list[i], where, "message");
+    r.text(message, where + ".message", "title");
+    r.text(message, where + ".message", "body");
+    seed.notification = {{"id", id}, {"type", type}, {"status", status}, {"message", message}};
+    data.seeds.push_back(std::move(seed));
+  }
+  const json& forms = r.member(r.root(), "the file", "dnd");
+  for (const char* form : {"day/time", "day/time/interval"}) {
+    const json& elements = r.member(forms, "dnd", form);
+    checkFilterElements(r, elements, std::string("dnd.") + form);
+    data.dndForms.emplace(form, elements);
+  }
+  return data;
+}
+
 }  // namespace
 
 DataFiles::DataFiles(std::span<const EmbeddedFile> files) {
@@ -449,6 +489,7 @@ DemoData loadDemoData(const DataFiles& files, const std::function<bool(std::stri
   data.singleWidget = readLiveWidget(widgets, "single", 1);
   data.booking = readBooking(Reader(files, "booking.json"), data.floors, isUser);
   data.booking.homeContainers = readHomeContainers(Reader(files, "home.json"));
+  data.notifications = readNotifications(Reader(files, "notifications.json"), isUser);
   return data;
 }
 

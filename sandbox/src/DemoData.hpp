@@ -88,6 +88,20 @@ struct BookingData {
   nlohmann::json homeContainers;  // Container templates ("{username}", "{name}")
 };
 
+/// A notification a user's device finds in its inbox when it registers, sent `minutesAgo` before.
+struct SeededNotification {
+  std::string user;
+  int minutesAgo = 0;
+  nlohmann::json notification;  // NTFMNotification without its dates
+};
+
+/// What the notification and do-not-disturb routes start from (notifications.json).
+struct NotificationData {
+  std::vector<SeededNotification> seeds;
+  /// The do-not-disturb forms by the path after /api/v2/dnd/ooo/: FilterElement lists.
+  std::map<std::string, nlohmann::json> dndForms;
+};
+
 struct DemoData {
   /// building.json's floors, then booking.json's.
   std::vector<Floor> floors;
@@ -103,6 +117,7 @@ struct DemoData {
   /// The single-widget stream's widget ("{componentId}"), cycling through its readings.
   LiveWidget singleWidget;
   BookingData booking;
+  NotificationData notifications;
 
   /// The name of a room on any floor; "Room ID" for one the building does not have.
   std::string roomName(const std::string& roomId) const;

@@ -22,6 +22,7 @@
 
 #include "Booking.hpp"
 #include "DemoData.hpp"
+#include "Notifications.hpp"
 #include "Realm.hpp"
 #include "SandboxInternal.hpp"
 
@@ -87,9 +88,10 @@ struct Sandbox::Impl {
   detail::Realm realm;
   detail::Equipment equipment;
   detail::Bookings bookings{data};
+  detail::Notifications notifications{data};
   detail::StreamHub hub{stopping};
   detail::FaultSwitches faults{stopping};
-  detail::Services services{options, stopping, data, realm, equipment, bookings, hub, faults};
+  detail::Services services{options, stopping, data, realm, equipment, bookings, notifications, hub, faults};
   detail::Router router;
   std::atomic<bool> listenerDone{false};
   std::thread listener;
@@ -122,6 +124,7 @@ void Sandbox::Impl::configure() {
   router.add(detail::realmRoutes(), nullptr, {{"realm", detail::regexEscape(realm.name())}});
   router.add(detail::platformRoutes(), detail::requireLiveToken);
   router.add(detail::bookingRoutes(), detail::requireLiveToken);
+  router.add(detail::notificationRoutes(), detail::requireLiveToken);
   router.add(detail::streamRoutes(), detail::requireLiveToken);
   router.add(detail::mapPageRoutes());
   router.add(detail::mapDataRoutes(), detail::requireLiveToken);

@@ -28,6 +28,7 @@ namespace velora::sandbox::detail {
 class Realm;
 class Equipment;
 class Bookings;
+class Notifications;
 class StreamHub;
 class FaultSwitches;
 struct DemoData;
@@ -40,6 +41,7 @@ struct Services {
   Realm& realm;
   Equipment& equipment;
   Bookings& bookings;
+  Notifications& notifications;
   StreamHub& hub;
   FaultSwitches& faults;
 };
@@ -268,6 +270,8 @@ RouteTable platformRoutes();
 RouteTable streamRoutes();
 /// Bookings, lockers, filters and the home screen; installed behind requireLiveToken.
 RouteTable bookingRoutes();
+/// Device registration, notifications and do-not-disturb; installed behind requireLiveToken.
+RouteTable notificationRoutes();
 /// The map page's files under /map/; public.
 RouteTable mapPageRoutes();
 /// The building data the map page draws; installed behind requireLiveToken.

@@ -214,6 +214,19 @@ TEST(Cli, CommandsAgainstTheSandbox) {
        "", "Desk 1.02 is already booked on"},
       {"the home screen lists containers and widgets", false, {"home"}, {}, 0, "    bookings  Your next bookings", "",
        [](const Result& r) { EXPECT_NE(r.out.find("(a \"CHART\" widget, unknown to this client)"), std::string::npos) << r.out; }},
+      {"the device registers for notifications", false, {"notifications", "register", "--json"}, {}, 0,
+       "\"platform\":\"IOS\"", ""},
+      {"notifications are listed with the statuses in the order given", false,
+       {"notifications", "list", "--status", "READ", "--status", "SENT"}, {}, 0, "(no notifications)", "",
+       [&](const Result&) {
+         const auto query = sandbox.requests("/api/ntfm/v1/notification/list").back().query;
+         EXPECT_TRUE(query.ends_with("&type=GENERIC_NOTIFICATION&status=READ&status=SENT")) << query;
+       }},
+      {"the count finds the registered device", false, {"notifications", "count", "--type", "pool"}, {}, 0, "0 to read, 0 read", ""},
+      {"a status that does not exist is refused before anything is sent", false,
+       {"notifications", "list", "--status", "UNSEEN"}, {}, 2, "", "--status must be SENT, READ or DELETED, not 'UNSEEN'"},
+      {"do-not-disturb names the fields a form has", false, {"dnd", "set", "--resource", "me", "dnd-nope=1"}, {}, 2, "",
+       "the form has no field 'dnd-nope'; its fields are dnd-day and dnd-time"},
       {"log clear empties the log", false, {"log", "clear"}, {}, 0, "log cleared", ""},
       {"log show after clear", false, {"log", "show"}, {}, 0, "(the log is empty)", ""},
       {"no endpoint at all", true, {"check"}, {}, 2, "",

@@ -276,6 +276,12 @@ TEST(DemoData, RefusesFilesThatDoNotParseOrDoNotFit) {
       {"booking.json", R"("user": "demo")", R"("user": "mallory")", "agenda[0].user is no user of the realm"},
       {"booking.json", R"("mapId": 2,)", R"("mapId": 1,)", "booking.json: floors repeats map id 1"},
       {"home.json", R"("type": "HEADER")", R"("kind": "HEADER")", "home.json: containers[0] needs \"type\""},
+      {"notifications.json", R"("user": "alice")", R"("user": "mallory")", "notifications.json: notifications[4].user names no demo user"},
+      {"notifications.json", R"("id": "n-2")", R"("id": "n-1")", "notifications.json: notifications[1] repeats the id n-1"},
+      {"notifications.json", R"("status": "READ")", R"("status": "SEEN")", "notifications[2].status must be SENT, READ or DELETED"},
+      {"notifications.json", R"("type": "CALENDAR", "name": "Day")", R"("kind": "CALENDAR", "name": "Day")",
+       "notifications.json: dnd.day/time[0] needs \"type\""},
+      {"notifications.json", R"("day/time/interval")", R"("day/time/intervals")", "notifications.json: dnd needs \"day/time/interval\""},
   };
   const auto isUser = [](std::string_view name) { return name == "demo" || name == "alice"; };
   for (const auto& c : cases) {

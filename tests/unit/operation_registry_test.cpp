@@ -86,6 +86,23 @@ const Row kRows[] = {
     {"getWidgetCard", R"({"componentId":"c-1"})", "GET", "/api/v2/widget/card?componentId=c-1"},
     {"postWidgetCard", R"({"body":{"type":"BUTTON","id":"b-1"}})", "POST", "/api/v2/widget/card", R"({"type":"BUTTON","id":"b-1"})"},
     {"getWidgetGroupComponents", R"({"roomId":"12"})", "GET", "/api/v2/widget/room/12"},
+    {"ntfmRegister", R"({"request":{"projectId":"p-1","appId":"test.app","pushToken":"ab12","uuid":"u-1","platform":"IOS"}})", "POST",
+     "/api/ntfm/v1/device/register", R"({"projectId":"p-1","appId":"test.app","pushToken":"ab12","uuid":"u-1","platform":"IOS"})"},
+    {"getNotifications", R"({"pushToken":"ab12","notificationType":"POOL_NOTIFICATION","notificationStatus":["READ","SENT"]})", "GET",
+     "/api/ntfm/v1/notification/list?pushToken=ab12&type=POOL_NOTIFICATION&status=READ&status=SENT"},
+    {"getNotifications", R"({"pushToken":"ab12","notificationType":"GENERIC_NOTIFICATION"})", "GET",
+     "/api/ntfm/v1/notification/list?pushToken=ab12&type=GENERIC_NOTIFICATION"},
+    {"getNotificationsCount", R"({"pushToken":"ab12","notificationType":"GENERIC_NOTIFICATION"})", "GET",
+     "/api/ntfm/v1/notification/count?pushToken=ab12&type=GENERIC_NOTIFICATION"},
+    {"deleteNotifications", R"({"notificationIds":["n-1","n-2"],"token":"ab12","notificationType":"GENERIC_NOTIFICATION"})", "POST",
+     "/api/ntfm/v1/notification/delete?type=GENERIC_NOTIFICATION", R"({"notificationIds":["n-1","n-2"],"pushToken":"ab12"})"},
+    {"readNotifications", R"({"notificationIds":["n-1"],"token":"ab12","notificationType":"POOL_NOTIFICATION"})", "POST",
+     "/api/ntfm/v1/notification/read?type=POOL_NOTIFICATION", R"({"notificationIds":["n-1"],"pushToken":"ab12"})"},
+    {"getDNDFilters", R"({"useTimeIntervals":true})", "GET", "/api/v2/dnd/ooo/day/time/interval"},
+    {"getDNDFilters", R"({"useTimeIntervals":false})", "GET", "/api/v2/dnd/ooo/day/time"},
+    {"setDNDFilters", R"({"request":{"resourceId":"demo","datetime":[{"id":"day","filterId":"dnd","type":"CALENDAR","name":"Day","value":"2024-03-15"}]}})",
+     "POST", "/api/v2/dnd/ooo/set",
+     R"({"resourceId":"demo","datetime":[{"id":"day","filterId":"dnd","type":"CALENDAR","name":"Day","value":"2024-03-15"}]})"},
 };
 
 std::string replaceAll(std::string text, const std::string& from, const std::string& to) {

@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
   addItemCommands(commands);
   addBookingCommands(commands);
   addHomeCommands(commands);
+  addNotificationCommands(commands);
   addCallCommands(commands);
   addWatchCommands(commands);
   addMapCommands(commands);

@@ -74,6 +74,14 @@ enum class SectionType;
 enum class FilterType;
 enum class ResourceType;
 enum class ScheduleType;
+struct RegistrationInfoRequest;
+struct RegistrationInfoResponse;
+struct NTFMNotification;
+struct NTFMNotificationCount;
+struct UpdateNotificationResponse;
+struct SetDNDRequest;
+enum class NTFMNotificationType;
+enum class NTFMNotificationStatus;
 
 enum class AuthenticationStatus { unknown, notAuthenticated, authenticated };
 
@@ -344,6 +352,43 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// GET "/api/v2/widget/room/<roomId>".
   void getWidgetGroupComponents(std::string roomId, ResponseCallback callback);
   Task<ORVSComponent> getWidgetGroupComponents(std::string roomId);
+
+  // ---- notifications (notifications/Orvane+Notifications) -----------------------------------
+  /// A registration of this installation (`envUUID`) for `projectId` and the device's push token,
+  /// with the bundle identifier as `appId`. Throws APIError -9003 "Invalid Bundle Identifier
+  /// Specified" when the host has none.
+  RegistrationInfoRequest registrationRequest(std::string projectId, std::string pushToken) const;
+  /// POST "/api/ntfm/v1/device/register".
+  void ntfmRegister(RegistrationInfoRequest request, ResponseCallback callback);
+  Task<RegistrationInfoResponse> ntfmRegister(RegistrationInfoRequest request);
+  /// GET "/api/ntfm/v1/notification/list?pushToken=P&type=T[&status=S]...": one "status" item per
+  /// entry of `notificationStatus`, in its order; none when it is absent or empty.
+  void getNotifications(std::string pushToken, NTFMNotificationType notificationType,
+                        std::optional<std::vector<NTFMNotificationStatus>> notificationStatus, ResponseCallback callback);
+  Task<std::vector<NTFMNotification>> getNotifications(std::string pushToken, NTFMNotificationType notificationType,
+                                                       std::optional<std::vector<NTFMNotificationStatus>> notificationStatus);
+  /// GET "/api/ntfm/v1/notification/count?pushToken=P&type=T".
+  void getNotificationsCount(std::string pushToken, NTFMNotificationType notificationType, ResponseCallback callback);
+  Task<NTFMNotificationCount> getNotificationsCount(std::string pushToken, NTFMNotificationType notificationType);
+  /// POST "/api/ntfm/v1/notification/delete?type=T" with the ids and the push token.
+  void deleteNotifications(std::vector<std::string> notificationIds, std::string token, NTFMNotificationType notificationType,
+                           ResponseCallback callback);
+  Task<UpdateNotificationResponse> deleteNotifications(std::vector<std::string> notificationIds, std::string token,
+                                                       NTFMNotificationType notificationType);
+  /// POST "/api/ntfm/v1/notification/read?type=T" with the ids and the push token.
+  void readNotifications(std::vector<std::string> notificationIds, std::string token, NTFMNotificationType notificationType,
+                         ResponseCallback callback);
+  Task<UpdateNotificationResponse> readNotifications(std::vector<std::string> notificationIds, std::string token,
+                                                     NTFMNotificationType notificationType);
+
+  // ---- do-not-disturb (notifications/Orvane+DND) ----------------------------------------------
+  /// GET "/api/v2/dnd/ooo/day/time/interval" with `useTimeIntervals`, else "/api/v2/dnd/ooo/day/time":
+  /// the user's do-not-disturb form. Filtering drops elements whose type is UNKNOWN.
+  void getDNDFilters(bool useTimeIntervals, ResponseCallback callback);
+  Task<std::vector<FilterElement>> getDNDFilters(bool useTimeIntervals, bool filterUnknownValues = false);
+  /// POST "/api/v2/dnd/ooo/set".
+  void setDNDFilters(SetDNDRequest request, ResponseCallback callback);
+  Task<ResponseMessage> setDNDFilters(SetDNDRequest request);
 
   // ---- streams (sse/Orvane+SSE, sse/Orvane+WidgetSSE) -----------------------------------------
   // Each operation opens a new subscription at once and returns its manager, or nullptr when the
