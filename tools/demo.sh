@@ -75,7 +75,12 @@ json_text() { grep -o "\"$1\":\"[^\"]*\"" | head -1 | cut -d'"' -f4; }
 run_showing() {
   echo >&2
   echo "== velora ${*:2}" >&2
-  "$@" | tee /dev/stderr
+  # Shown through the inherited standard error: reopening it (tee /dev/stderr) would truncate a
+  # log file that it goes to.
+  local out
+  out=$("$@")
+  printf '%s\n' "$out" >&2
+  printf '%s\n' "$out"
 }
 # Fails the demo when a step that the next ones build on gave no value.
 need() {
