@@ -16,6 +16,7 @@
 #include <velora/platform/WebKitAuthentication.hpp>
 #include <velora/platform/WebKitWebView.hpp>
 
+#include "BrowserSupport.hpp"
 #include "integration/OverHttp.hpp"
 
 namespace velora {
@@ -25,19 +26,7 @@ namespace demo = sandbox::demo;
 
 constexpr auto kPatience = std::chrono::seconds(30);
 
-std::string percentEncode(const std::string& text) {
-  std::string out;
-  for (unsigned char c : text) {
-    if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
-      out += static_cast<char>(c);
-    } else {
-      char escaped[4];
-      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
-      out += escaped;
-    }
-  }
-  return out;
-}
+using testing::percentEncode;
 
 // ---- finding and driving widgets -------------------------------------------------------------
 

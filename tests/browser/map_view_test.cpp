@@ -48,9 +48,7 @@ class MapViewInBrowser : public ::testing::Test {
     http.queue = queue;
     clock->now_ = std::chrono::system_clock::now();
     http.clock = clock;
-    KeycloakEnvironment keycloak{KeycloakAuthenticationMethod::APPLE, KeycloakLoginMode::BACKGROUND, demo::kPublicClient,
-                                 demo::kGuestClient, demo::kGuestSecret, "velora://callback",
-                                 sandbox.realmUrl() + "/.well-known/openid-configuration"};
+    const KeycloakEnvironment keycloak = testing::passwordLoginIdentity(sandbox);
     sdk = testing::sandboxFacade(sandbox, http.platform("map.it"), false, keycloak);
     bool loggedIn = false;
     sdk->backgroundLogin(demo::kUser, demo::kPassword, -1, [&](auto token, auto) { loggedIn = token.has_value(); });

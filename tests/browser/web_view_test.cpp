@@ -16,6 +16,8 @@
 #include <velora/platform/WebKitWebView.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
+#include "BrowserSupport.hpp"
+
 namespace velora {
 namespace {
 
@@ -31,19 +33,7 @@ void expectSameText(const std::optional<std::string>& actual, const std::optiona
   }
 }
 
-std::string percentEncode(const std::string& text) {
-  std::string out;
-  for (unsigned char c : text) {
-    if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
-      out += static_cast<char>(c);
-    } else {
-      char escaped[4];
-      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
-      out += escaped;
-    }
-  }
-  return out;
-}
+using testing::percentEncode;
 
 class WebViewTest : public ::testing::Test {
  protected:

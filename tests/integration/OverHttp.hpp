@@ -41,6 +41,13 @@ struct HttpPlatform {
   }
 };
 
+/// The sandbox realm's identity settings for password-grant logins with the public client.
+inline KeycloakEnvironment passwordLoginIdentity(sandbox::Sandbox& sandbox) {
+  return KeycloakEnvironment{KeycloakAuthenticationMethod::APPLE, KeycloakLoginMode::BACKGROUND, sandbox::demo::kPublicClient,
+                             sandbox::demo::kGuestClient, sandbox::demo::kGuestSecret, "http://127.0.0.1:1/callback",
+                             sandbox.realmUrl() + "/.well-known/openid-configuration"};
+}
+
 /// A facade for the sandbox's platform (or `endpoint`). `loggedIn` installs a session holding a
 /// live access token of the sandbox's demo user (no identity flow involved).
 inline std::shared_ptr<Orvane> sandboxFacade(sandbox::Sandbox& sandbox, const Platform& platform, bool loggedIn,

@@ -35,9 +35,7 @@ class BookingOverHttp : public ::testing::Test {
   void SetUp() override {
     clock_->now_ = std::chrono::system_clock::now();
     http_.clock = clock_;
-    KeycloakEnvironment keycloak{KeycloakAuthenticationMethod::APPLE, KeycloakLoginMode::BACKGROUND, demo::kPublicClient,
-                                 demo::kGuestClient, demo::kGuestSecret, "http://127.0.0.1:1/callback",
-                                 sandbox_.realmUrl() + "/.well-known/openid-configuration"};
+    const KeycloakEnvironment keycloak = testing::passwordLoginIdentity(sandbox_);
     // The endpoint ends in "/" as applications are told to write it.
     facade_ = testing::sandboxFacade(sandbox_, http_.platform("booking.it"), false, keycloak, 10, sandbox_.baseUrl() + "/");
     facade_->backgroundLogin(demo::kUser, demo::kPassword, -1).get();

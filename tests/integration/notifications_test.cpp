@@ -29,9 +29,7 @@ class NotificationsOverHttp : public ::testing::Test {
   void SetUp() override {
     clock_->now_ = std::chrono::system_clock::now();
     http_.clock = clock_;
-    KeycloakEnvironment keycloak{KeycloakAuthenticationMethod::APPLE, KeycloakLoginMode::BACKGROUND, demo::kPublicClient,
-                                 demo::kGuestClient, demo::kGuestSecret, "http://127.0.0.1:1/callback",
-                                 sandbox_.realmUrl() + "/.well-known/openid-configuration"};
+    const KeycloakEnvironment keycloak = testing::passwordLoginIdentity(sandbox_);
     facade_ = testing::sandboxFacade(sandbox_, http_.platform("notifications.it"), false, keycloak, 10, sandbox_.baseUrl() + "/");
     facade_->backgroundLogin(demo::kUser, demo::kPassword, -1).get();
   }
