@@ -11,6 +11,7 @@
 #include <velora/core/DeviceConfiguration.hpp>
 #include <velora/core/EnvironmentModel.hpp>
 #include <velora/core/Executor.hpp>
+#include <velora/core/Language.hpp>
 #include <velora/core/NetworkLogin.hpp>
 #include <velora/core/ORVSLogManager.hpp>
 #include <velora/core/OperationRegistry.hpp>

@@ -125,6 +125,7 @@ void Sandbox::Impl::configure() {
   router.add(detail::platformRoutes(), detail::requireLiveToken);
   router.add(detail::bookingRoutes(), detail::requireLiveToken);
   router.add(detail::notificationRoutes(), detail::requireLiveToken);
+  router.add(detail::languageRoutes());
   router.add(detail::streamRoutes(), detail::requireLiveToken);
   router.add(detail::mapPageRoutes());
   router.add(detail::mapDataRoutes(), detail::requireLiveToken);

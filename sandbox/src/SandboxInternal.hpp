@@ -272,6 +272,8 @@ RouteTable streamRoutes();
 RouteTable bookingRoutes();
 /// Device registration, notifications and do-not-disturb; installed behind requireLiveToken.
 RouteTable notificationRoutes();
+/// The public languages list and the language change (which checks the token itself).
+RouteTable languageRoutes();
 /// The map page's files under /map/; public.
 RouteTable mapPageRoutes();
 /// The building data the map page draws; installed behind requireLiveToken.

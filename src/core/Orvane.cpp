@@ -9,6 +9,7 @@
 #include <velora/core/NetworkLogin.hpp>
 #include <velora/core/URL.hpp>
 
+#include "core/Localizations.hpp"
 #include "core/RenewalGate.hpp"
 
 namespace velora {
@@ -61,6 +62,12 @@ std::shared_ptr<Orvane> Orvane::make(Platform platform) {
   // Without an environment the instance still exists (its requests stop the process); only an
   // explicit setupSession insists on one.
   if (facade->environment) facade->setupSession();
+  if (facade->languageEnabled()) {
+    // Off the caller's thread: the stored languages are read from disk.
+    facade->platform_.executor->post([weak = facade->weak_from_this()] {
+      if (auto alive = weak.lock()) detail::Localizations::loadStored(*alive);
+    });
+  }
   return facade;
 }
 
@@ -68,7 +75,8 @@ Orvane::Orvane(Platform platform)
     : platform_(std::move(platform)),
       keychain_(std::make_unique<KeychainHelper>(platform_.secureStore, platform_.console)),
       renewals_(std::make_shared<detail::RenewalGate>()),
-      captiveRenewals_(std::make_shared<detail::RenewalGate>()) {
+      captiveRenewals_(std::make_shared<detail::RenewalGate>()),
+      localizations_(std::make_shared<detail::Localizations>()) {
   if (!platform_.executor) platform_.executor = makeThreadPool();
   if (auto stored = platform_.defaults->string(kEnvUuidKey)) {
     envUUID = *stored;
@@ -117,6 +125,14 @@ bool Orvane::languageEnabled() const {
   if (!config) return false;
   const auto* enabled = config->find("languageEnabled");
   return enabled && enabled->as<bool>() && *enabled->as<bool>();
+}
+
+bool Orvane::hasConnectivity() const {
+  try {
+    return platform_.reachability && platform_.reachability->hasUsableConnection();
+  } catch (const std::exception&) {
+    return false;
+  }
 }
 
 std::optional<std::string> Orvane::accessToken() const {

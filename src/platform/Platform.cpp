@@ -39,6 +39,7 @@ Platform Platform::linuxDefaults(const std::string& bundleIdentifier, AnyCodable
   p.secureStore = makeSystemSecureStore(bundleIdentifier, xdgDataHome() / bundleIdentifier / "keychain");
   p.host = std::make_shared<StaticHostInfo>(bundleIdentifier, std::move(infoDictionary));
   p.clock = std::make_shared<SystemClock>();
+  p.reachability = makeNetlinkReachability();
   auto prompt = [](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); };
   p.browser = makeLoopbackBrowserAuthSession(prompt);
   p.customAuthentication = makeUnavailableCustomAuthenticationHandler();

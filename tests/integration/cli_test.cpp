@@ -214,6 +214,16 @@ TEST(Cli, CommandsAgainstTheSandbox) {
        "", "Desk 1.02 is already booked on"},
       {"the home screen lists containers and widgets", false, {"home"}, {}, 0, "    bookings  Your next bookings", "",
        [](const Result& r) { EXPECT_NE(r.out.find("(a \"CHART\" widget, unknown to this client)"), std::string::npos) << r.out; }},
+      {"languages are listed with the default marked", false, {"languages"}, {}, 0, "en    English", "",
+       [](const Result& r) {
+         const auto line = r.out.substr(r.out.find("en    English"));
+         EXPECT_TRUE(line.substr(0, line.find('\n')).ends_with("default")) << r.out;
+         EXPECT_EQ(r.out.find("Deutsch    default"), std::string::npos) << r.out;
+       }},
+      {"the language is changed as the guest", false, {"languages", "--set", "fr", "--json"}, {}, 0,
+       R"("code":"fr")", "", [&](const Result&) { EXPECT_EQ(sandbox.requests("/api/v2/setLanguage").back().query, "language=fr"); }},
+      {"an unknown language fails with the platform's message", false, {"languages", "--set", "xx"}, {}, 1, "",
+       "Unknown language xx"},
       {"the device registers for notifications", false, {"notifications", "register", "--json"}, {}, 0,
        "\"platform\":\"IOS\"", ""},
       {"notifications are listed with the statuses in the order given", false,
@@ -267,7 +277,8 @@ TEST(Cli, LoginSessionsAcrossRuns) {
       } else {
         EXPECT_TRUE(record["loginMode"].is_null()) << record;
       }
-      EXPECT_EQ(record.size(), 4u) << record;
+      EXPECT_TRUE(record["connectivity"].is_boolean()) << record;
+      EXPECT_EQ(record.size(), 5u) << record;
     };
   };
   const std::vector<Case> cases{

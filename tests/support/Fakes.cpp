@@ -120,6 +120,8 @@ Platform FakePlatform::platform() {
   p.clock = clock;
   p.secureStore = secureStore;
   p.browser = browser;
+  p.reachability = reachability;
+  p.notifications = notifications;
   p.customAuthentication = makeUnavailableCustomAuthenticationHandler();
   p.documentsDirectory = std::filesystem::temp_directory_path();
   p.console = [this](std::string_view line) { consoleLines.emplace_back(line); };

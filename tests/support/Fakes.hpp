@@ -146,6 +146,9 @@ struct FakePlatform {
   std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
   std::shared_ptr<MemorySecureStore> secureStore = std::make_shared<MemorySecureStore>();
   std::shared_ptr<FakeBrowser> browser = std::make_shared<FakeBrowser>();
+  /// Absent unless a test sets one: no connectivity.
+  std::shared_ptr<Reachability> reachability;
+  std::shared_ptr<NotificationCenter> notifications = NotificationCenter::make();
   std::vector<std::string> consoleLines;
   std::optional<std::string> bundleIdentifier = "test.app";
   AnyCodable info;

@@ -81,6 +81,7 @@ SessionStatus sessionStatus(const Orvane& orvane) {
   SessionStatus status;
   status.auth = orvane.authStatus();
   status.loginMode = storedLoginMode(orvane);
+  status.connectivity = orvane.hasConnectivity();
   const auto manager = orvane.keycloakManager();
   if (const auto token = manager ? manager->currentTokenPayload() : std::nullopt) {
     const Date now = orvane.platform().clock->now();
@@ -94,14 +95,16 @@ AnyCodable statusRecord(const SessionStatus& status) {
   return AnyCodable::object({{"authStatus", authKey(status.auth)},
                              {"loginMode", status.loginMode ? AnyCodable(rawValue(*status.loginMode)) : AnyCodable()},
                              {"accessTokenExpiresIn", orNull(status.accessTokenExpiresIn)},
-                             {"refreshTokenExpiresIn", orNull(status.refreshTokenExpiresIn)}});
+                             {"refreshTokenExpiresIn", orNull(status.refreshTokenExpiresIn)},
+                             {"connectivity", status.connectivity}});
 }
 
 std::string describeStatus(const SessionStatus& status) {
   return fieldLines({{"status", authText(status.auth)},
                      {"login mode", status.loginMode ? std::string(rawValue(*status.loginMode)) : "-"},
                      {"access token", lifetimeText(status.accessTokenExpiresIn)},
-                     {"refresh token", lifetimeText(status.refreshTokenExpiresIn)}});
+                     {"refresh token", lifetimeText(status.refreshTokenExpiresIn)},
+                     {"connectivity", status.connectivity ? "online" : "offline"}});
 }
 
 std::string formatDuration(std::int64_t seconds) {

@@ -41,10 +41,12 @@ struct SessionStatus {
   std::optional<KeycloakLoginMode> loginMode;
   std::optional<std::int64_t> accessTokenExpiresIn;
   std::optional<std::int64_t> refreshTokenExpiresIn;
+  bool connectivity = false;
 };
 
 SessionStatus sessionStatus(const Orvane& orvane);
-/// {"authStatus", "loginMode", "accessTokenExpiresIn", "refreshTokenExpiresIn"}; never a token.
+/// {"authStatus", "loginMode", "accessTokenExpiresIn", "refreshTokenExpiresIn", "connectivity"};
+/// never a token.
 AnyCodable statusRecord(const SessionStatus& status);
 std::string describeStatus(const SessionStatus& status);
 

@@ -82,6 +82,7 @@ struct UpdateNotificationResponse;
 struct SetDNDRequest;
 enum class NTFMNotificationType;
 enum class NTFMNotificationStatus;
+struct SELanguage;
 
 enum class AuthenticationStatus { unknown, notAuthenticated, authenticated };
 
@@ -93,6 +94,7 @@ enum class RequestAccess { pipeline, sessionHeaders, none };
 
 namespace detail {
 class RenewalGate;
+class Localizations;
 class PipelineCore;
 class KeycloakRenewer;
 struct FacadeAccess;
@@ -144,6 +146,8 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   bool languageEnabled() const;
   /// unknown before any Keycloak set-up; authenticated while the access token is valid.
   AuthenticationStatus authStatus() const;
+  /// A fresh reachability check of the platform: false when none is set or it cannot look.
+  bool hasConnectivity() const;
   /// The access token of the current session, if any.
   std::optional<std::string> accessToken() const;
 
@@ -245,6 +249,16 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// through the pipeline. The callback's payload is {"data": bytes}.
   void fetchResource(std::string path, ResponseCallback callback);
   Task<Bytes> fetchResource(std::string path);
+
+  // ---- languages (core/Orvane+Languages; docs/languages.md) ----------------------------------
+  std::optional<SELanguage> currentLocalization() const;
+  std::optional<std::vector<SELanguage>> availableLocalizations() const;
+  /// GET "/public/api/v2/languages": stores the list as availableLocalizations.
+  void getLanguages(ResponseCallback callback);
+  Task<std::vector<SELanguage>> getLanguages();
+  /// POST "/api/v2/setLanguage?language=CODE": the answered language becomes currentLocalization.
+  void setLanguage(std::string code, ResponseCallback callback);
+  Task<SELanguage> setLanguage(std::string code);
 
   // ---- controllable items (building/Orvane+Controllable) -------------------------------------
   /// POST "/api/v1/item/list". The awaitable form binds the returned controls to this facade, so
@@ -438,6 +452,7 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   friend class detail::PipelineCore;
   friend class detail::KeycloakRenewer;
   friend struct detail::FacadeAccess;
+  friend class detail::Localizations;
   friend class KeycloakManager;
   explicit Orvane(Platform platform);
 
@@ -525,6 +540,7 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   std::shared_ptr<detail::RenewalGate> renewals_;
   /// Captive renewals asked for directly (callback form), one at a time.
   std::shared_ptr<detail::RenewalGate> captiveRenewals_;
+  std::shared_ptr<detail::Localizations> localizations_;
 };
 
 }  // namespace velora

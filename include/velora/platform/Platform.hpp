@@ -15,6 +15,7 @@
 #include <velora/platform/KeyValueStore.hpp>
 #include <velora/platform/MainQueue.hpp>
 #include <velora/platform/NotificationCenter.hpp>
+#include <velora/platform/Reachability.hpp>
 #include <velora/platform/SecureStore.hpp>
 #include <velora/platform/WebView.hpp>
 
@@ -45,6 +46,8 @@ struct Platform {
   /// The web engine's shared caches, purged when a Keycloak manager is created so that a new
   /// login never reuses a cached login page. Empty when the application shows no web content.
   std::shared_ptr<WebsiteDataStore> websiteData;
+  /// Asked by Orvane::hasConnectivity; absent means no connectivity.
+  std::shared_ptr<Reachability> reachability;
   /// Positions and headings for the map view, language changes.
   std::shared_ptr<NotificationCenter> notifications = NotificationCenter::make();
   /// The application's documents folder ("console.log" lives here).
