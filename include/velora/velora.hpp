@@ -31,6 +31,7 @@
 #include <velora/map/ORVRegion.hpp>
 #include <velora/map/Positioning.hpp>
 #include <velora/notifications/Notifications.hpp>
+#include <velora/tickets/Tickets.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
 #include <velora/sse/EventSource.hpp>

@@ -3,7 +3,7 @@
 #include <velora/booking/Booking.hpp>
 #include <velora/core/Orvane.hpp>
 
-#include "booking/Query.hpp"
+#include "core/Query.hpp"
 #include "core/Operation.hpp"
 
 namespace velora {

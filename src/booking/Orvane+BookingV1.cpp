@@ -4,7 +4,7 @@
 #include <velora/core/Orvane.hpp>
 #include <velora/map/MapClick.hpp>
 
-#include "booking/Query.hpp"
+#include "core/Query.hpp"
 #include "core/Operation.hpp"
 
 namespace velora {

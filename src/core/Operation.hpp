@@ -17,6 +17,8 @@
 //
 //   std::string path() const                 the path and query built from the arguments
 //   T body(const Orvane&) const              the JSON body (a record); may throw APIError to refuse
+//   void finishRequest(HttpRequest&) &&      a last step on the request (a multipart body); may move
+//                                            the arguments into it, as the operation is spent by then
 //   Target target(const Orvane&) const       a whole URL and access other than the pipeline's
 //   static void afterDecode(Reply&, Orvane&) a step after decoding, in both forms; may throw APIError
 //   static Reply decodeResponse(const HttpResponse&)  replaces the 200 rule (throws APIError)
@@ -56,6 +58,8 @@ void registerOperation(OperationEntry entry);
 template <class Op>
 concept HasBody = requires(const Op& op, const Orvane& facade) { op.body(facade); };
 template <class Op>
+concept HasFinishRequest = requires(Op&& op, HttpRequest& request) { std::move(op).finishRequest(request); };
+template <class Op>
 concept HasPath = requires(const Op& op) { { op.path() } -> std::convertible_to<std::string>; };
 template <class Op>
 concept HasTarget = requires(const Op& op, const Orvane& facade) { { op.target(facade) } -> std::same_as<Target>; };
@@ -68,9 +72,8 @@ concept HasSuccessMessage = requires(const std::string& url) { { Op::successMess
 template <class Op>
 concept HasDiagnosticName = requires { Op::diagnosticName; };
 
-/// The request an operation sends; APIError when it refuses before sending.
 template <class Op>
-std::pair<HttpRequest, RequestAccess> prepare(const Op& op, const Orvane& facade) {
+std::pair<HttpRequest, RequestAccess> prepareRequest(const Op& op, const Orvane& facade) {
   std::optional<std::string> body;
   if constexpr (HasBody<Op>) body = encodeJSON(op.body(facade));
   if constexpr (HasTarget<Op>) {
@@ -98,6 +101,14 @@ std::pair<HttpRequest, RequestAccess> prepare(const Op& op, const Orvane& facade
     if (!request) throw APIError::invalidData();
     return {std::move(*request), RequestAccess::pipeline};
   }
+}
+
+/// The request an operation sends; APIError when it refuses before sending.
+template <class Op>
+std::pair<HttpRequest, RequestAccess> prepare(Op op, const Orvane& facade) {
+  auto prepared = prepareRequest(op, facade);
+  if constexpr (HasFinishRequest<Op>) std::move(op).finishRequest(prepared.first);
+  return prepared;
 }
 
 template <class Op>
@@ -160,7 +171,7 @@ struct detail::FacadeAccess {
     const auto keepAlive = facade.shared_from_this();
     co_await ResumeHere{facade.platform()};
     try {
-      auto [request, access] = prepare(op, facade);
+      auto [request, access] = prepare(std::move(op), facade);
       std::optional<Reply> value;
       auto exchange = facade.resumeAsyncSessionWith(std::move(request), access, [&facade, &value](const HttpResponse& response) {
         value = awaitedValue<Op>(facade, response);
@@ -184,7 +195,7 @@ struct detail::FacadeAccess {
     }
     std::pair<HttpRequest, RequestAccess> prepared;
     try {
-      prepared = prepare(op, facade);
+      prepared = prepare(std::move(op), facade);
     } catch (const APIError& e) {
       return facade.deliver(std::move(callback), e.responseMessage);
     }

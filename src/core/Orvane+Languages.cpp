@@ -7,7 +7,7 @@
 
 #include "core/Localizations.hpp"
 #include "core/Operation.hpp"
-#include "booking/Query.hpp"
+#include "core/Query.hpp"
 
 namespace velora {
 namespace detail {

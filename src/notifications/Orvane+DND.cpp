@@ -3,7 +3,7 @@
 #include <velora/core/Orvane.hpp>
 #include <velora/notifications/Notifications.hpp>
 
-#include "booking/Query.hpp"
+#include "core/Query.hpp"
 #include "core/Operation.hpp"
 
 namespace velora {

@@ -271,9 +271,27 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
     if (method == "HEAD") {
       curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
     } else if (sendsBody) {
-      // The body lives in request_ until this hop ends, so curl need not copy it.
-      curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
-      curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request_.body.data());
+      const auto& segments = request_.body.segments();
+      if (segments.size() <= 1) {
+        // The body lives in request_ until this hop ends, so curl need not copy it.
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, segments.empty() ? "" : segments.front().bytes.data());
+      } else {
+        // Pieces (an upload's parts) are read from their own storage as the socket takes them.
+        readOffset_ = 0;
+        curl_easy_setopt(easy, CURLOPT_POST, 1L);
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
+        curl_easy_setopt(easy, CURLOPT_READFUNCTION, &CurlCall::onRead);
+        curl_easy_setopt(easy, CURLOPT_READDATA, this);
+        curl_easy_setopt(easy, CURLOPT_SEEKFUNCTION, &CurlCall::onSeek);
+        curl_easy_setopt(easy, CURLOPT_SEEKDATA, this);
+      }
+      if (request_.uploadProgress) {
+        reportedUpload_ = 0;
+        curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &CurlCall::onProgress);
+        curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
+        curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+      }
       if (method != "POST") curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
     } else if (!method.empty() && method != "GET") {
       curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
@@ -343,7 +361,8 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
     done_.store(true, std::memory_order_release);
     // Dropping the delegate breaks the usual delegate -> call -> delegate cycle.
     auto delegate = std::move(delegate_);
-    request_.body = std::string();
+    request_.body = {};
+    request_.uploadProgress = nullptr;
     if (delegate) shielded("didComplete", [&] { delegate->didComplete(std::move(error)); });
   }
 
@@ -372,6 +391,35 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) {
     const std::size_t length = size * count;
     return static_cast<CurlCall*>(self)->bodyChunk({data, length}) ? length : 0;
+  }
+
+  static std::size_t onRead(char* out, std::size_t size, std::size_t count, void* self) {
+    auto* call = static_cast<CurlCall*>(self);
+    if (call->cancelRequested()) return CURL_READFUNC_ABORT;
+    const std::size_t n = call->request_.body.read(call->readOffset_, out, size * count);
+    call->readOffset_ += n;
+    return n;
+  }
+
+  // curl rewinds when it must send the body again on a new connection.
+  static int onSeek(void* self, curl_off_t offset, int origin) {
+    auto* call = static_cast<CurlCall*>(self);
+    if (origin != SEEK_SET || offset < 0 || static_cast<std::size_t>(offset) > call->request_.body.size()) {
+      return CURL_SEEKFUNC_CANTSEEK;
+    }
+    call->readOffset_ = static_cast<std::size_t>(offset);
+    return CURL_SEEKFUNC_OK;
+  }
+
+  static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
+    auto* call = static_cast<CurlCall*>(self);
+    if (call->cancelRequested()) return 1;
+    const auto now = static_cast<std::uint64_t>(sent);
+    if (now != call->reportedUpload_) {
+      call->reportedUpload_ = now;
+      shielded("uploadProgress", [&] { call->request_.uploadProgress(now, call->request_.body.size()); });
+    }
+    return 0;
   }
 
   /// False aborts the transfer.
@@ -464,6 +512,7 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
     } else {
       next.method = request_.method;
       next.body = request_.body;  // 307/308 (and 301/302 other than POST) repeat the request
+      next.uploadProgress = request_.uploadProgress;
     }
     return next;
   }
@@ -486,6 +535,8 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
   bool headerBlockDone_ = false;
   bool headDelivered_ = false;
   bool tooManyRedirects_ = false;
+  std::size_t readOffset_ = 0;
+  std::uint64_t reportedUpload_ = 0;
 };
 
 // ---------------------------------------------------------------------------------------------

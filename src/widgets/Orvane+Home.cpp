@@ -4,7 +4,7 @@
 #include <velora/widgets/HomeWidgets.hpp>
 #include <velora/widgets/ORVSComponent.hpp>
 
-#include "booking/Query.hpp"
+#include "core/Query.hpp"
 #include "core/Operation.hpp"
 
 namespace velora {

@@ -105,7 +105,7 @@ TEST(ControllableItems, EveryAssignmentWritesThrough) {
   FakePlatform fakes;
   fakes.transport->responder = [](const HttpRequest& request) {
     if (request.url.ends_with("/item/list")) return Reply{200, kItems};
-    return Reply{200, request.body};
+    return Reply{200, request.body.text()};
   };
   auto facade = loggedInFacade(fakes);
   auto items = facade->getControllableItems().get();

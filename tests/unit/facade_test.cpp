@@ -274,7 +274,7 @@ TEST(Pipeline, AnUnreadableReplyIsLoggedWithWhatTheParserFound) {
 TEST(Pipeline, SuccessfulPayloadDecodesBackIntoTheRecord) {
   FakePlatform fakes;
   fakes.transport->responder = [](const HttpRequest& r) {
-    auto sent = decodeJSON<NetworkRequestConfiguration>(r.body);
+    auto sent = decodeJSON<NetworkRequestConfiguration>(r.body.text());
     return Reply{200, R"({"appId":")" + sent.appId + R"(","uuid":")" + sent.uuid + R"(","iosadvConf":{"tagid":")" +
                           sent.tagid.value_or("auto") + R"(","byte1":1,"byte2":2}})"};
   };

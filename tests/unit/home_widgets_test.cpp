@@ -134,7 +134,7 @@ TEST(HomeWidgets, ProfileActionsFollowTheEndpointsFinalSlash) {
 TEST(HomeWidgets, WidgetCardsAnswerComponentsInBothForms) {
   FakePlatform fakes;
   fakes.transport->responder = [](const HttpRequest& request) {
-    return Reply{200, request.method == "POST" ? request.body : R"({"type":"HOLOGRAM","id":"c-1"})"};
+    return Reply{200, request.method == "POST" ? request.body.text() : R"({"type":"HOLOGRAM","id":"c-1"})"};
   };
   auto facade = testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test/", 30), true);
   const auto posted = facade->postWidgetCard(AnyCodable::parse(R"({"type":"HOLOGRAM","id":"c-2"})")).get();

@@ -65,8 +65,8 @@ class KeycloakTest : public ::testing::Test {
   Reply respond(const HttpRequest& r) {
     if (r.url == kDiscovery) return {200, kDiscoveryDocument};
     if (r.url == kTokenEndpoint) {
-      const auto grant = formValue(r.body, "grant_type").value_or("");
-      if (grant == "password" && formValue(r.body, "password") != "pw") {
+      const auto grant = formValue(r.body.text(), "grant_type").value_or("");
+      if (grant == "password" && formValue(r.body.text(), "password") != "pw") {
         return {401, R"({"error":"invalid_grant","error_description":"Invalid user credentials"})"};
       }
       return {200, tokenReply("t" + std::to_string(++issued) + "-" + grant)};
@@ -223,7 +223,7 @@ TEST_F(KeycloakTest, TokenReuseAvoidsTheBrowser) {
   fakes.clock->now_ += 300s;
   auto renewed = run([&](auto done) { manager->performAuth(std::nullopt, done); });
   EXPECT_EQ(renewed.first->access_token, "t2-refresh_token");
-  EXPECT_EQ(formValue(sent(kTokenEndpoint).back().body, "refresh_token"), "r-t1-authorization_code");
+  EXPECT_EQ(formValue(sent(kTokenEndpoint).back().body.text(), "refresh_token"), "r-t1-authorization_code");
   EXPECT_EQ(fakes.browser->opened.size(), 1u);
 }
 

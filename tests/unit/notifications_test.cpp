@@ -58,7 +58,7 @@ TEST(Notifications, ARegistrationCarriesTheApplicationAndThisInstallation) {
   EXPECT_EQ(answer.pushToken, "f00d");
   const auto sent = fakes.transport->requests().at(0);
   EXPECT_EQ(sent.method, "POST");
-  EXPECT_EQ(AnyCodable::parse(sent.body),
+  EXPECT_EQ(AnyCodable::parse(sent.body.text()),
             AnyCodable::parse(R"({"projectId":"project-7","appId":"test.app","pushToken":"f00d","uuid":")" + facade->envUUID +
                               R"(","platform":"IOS"})"));
   EXPECT_FALSE(facade->envUUID.empty());

@@ -22,6 +22,8 @@ struct Row {
   const char* body = nullptr;
 };
 
+constexpr const char* kMultipart = "multipart";
+
 const Row kRows[] = {
     {"checkConnection", "{}", "GET", "/api/v1/public/diagnostic/check"},
     {"downloadSdkImage", R"({"path":"/img/logo.png","publicFlag":false})", "GET", "/img/logo.png"},
@@ -106,6 +108,18 @@ const Row kRows[] = {
     {"setDNDFilters", R"({"request":{"resourceId":"demo","datetime":[{"id":"day","filterId":"dnd","type":"CALENDAR","name":"Day","value":"2024-03-15"}]}})",
      "POST", "/api/v2/dnd/ooo/set",
      R"({"resourceId":"demo","datetime":[{"id":"day","filterId":"dnd","type":"CALENDAR","name":"Day","value":"2024-03-15"}]})"},
+    {"getTicketManagerTypes", "{}", "GET", "/api/ticket/manager/types"},
+    {"getTicketForm", R"({"manager":"IVIVA"})", "GET", "/api/ticket/form/IVIVA"},
+    {"getTicketFormOfTicket", R"({"manager":"INTERNAL","id":"t-7"})", "GET", "/api/ticket/form/INTERNAL/t-7"},
+    {"updateTicketForm", R"({"manager":"INTERNAL","form":[{"formName":"Category","formAttribute":"category","formInputType":"select","mandatory":false}]})",
+     "POST", "/api/ticket/form/INTERNAL",
+     R"([{"formName":"Category","formAttribute":"category","formInputType":"select","mandatory":false}])"},
+    {"getTickets", "{}", "GET", "/api/ticket"},
+    {"getMyTickets", "{}", "GET", "/api/ticket/my"},
+    {"getTicket", R"({"id":"t-7"})", "GET", "/api/ticket/t-7"},
+    {"deleteTicket", R"({"id":"t-7"})", "DELETE", "/api/ticket/t-7"},
+    // The multipart body itself is checked byte for byte with the tickets.
+    {"saveTicket", R"({"manager":"INTERNAL","request":{"form":[]}})", "POST", "/api/ticket/save/INTERNAL", kMultipart},
 };
 
 std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
@@ -125,8 +139,11 @@ TEST(OperationRegistry, EachOperationSendsItsMethodPathQueryAndBody) {
     EXPECT_EQ(entry->method, row.method);
     const std::string target = row.target;
     EXPECT_EQ(request.url, target.rfind("http", 0) == 0 ? target : "http://platform.test" + target);
-    if (row.body) {
-      EXPECT_EQ(AnyCodable::parse(request.body), AnyCodable::parse(replaceAll(row.body, "{uuid}", facade->envUUID)));
+    if (row.body == kMultipart) {
+      EXPECT_TRUE(request.headers.get("Content-Type").value_or("").starts_with("multipart/form-data; boundary="));
+      EXPECT_EQ(request.headers.get("Content-Length"), std::to_string(request.body.size()));
+    } else if (row.body) {
+      EXPECT_EQ(AnyCodable::parse(request.body.text()), AnyCodable::parse(replaceAll(row.body, "{uuid}", facade->envUUID)));
     } else {
       EXPECT_EQ(request.body, "");
     }

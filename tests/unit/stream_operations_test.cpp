@@ -102,7 +102,7 @@ TEST(StreamOperations, CheckIntervalIsClampedWithALogLine) {
     fakes.transport->responder = [](const HttpRequest&) { return Reply{200, ""}; };
     auto facade = loggedInFacade(fakes);
     auto manager = facade->startNotifyHomeEvents("tag-1", std::nullopt, c.given);
-    EXPECT_EQ(decodeJSON<SSESubscriptionRequest>(fakes.transport->requests().at(0).body).update.checkTime, c.sent) << c.given;
+    EXPECT_EQ(decodeJSON<SSESubscriptionRequest>(fakes.transport->requests().at(0).body.text()).update.checkTime, c.sent) << c.given;
     const std::string line = "checkTimeout Max Value is 60000 your current value is " + std::to_string(c.given) + ". Set to 60000 max.";
     EXPECT_EQ(std::count(fakes.consoleLines.begin(), fakes.consoleLines.end(), line), c.logged ? 1 : 0) << c.given;
   }
@@ -139,7 +139,7 @@ TEST(StreamOperations, WidgetEventsReachCallbacksAndBadDataIsDropped) {
 TEST(StreamOperations, ItemStreamDeliversBoundItemsAndValueChanges) {
   FakePlatform fakes;
   fakes.transport->responder = [](const HttpRequest& request) {
-    if (request.url.ends_with("/item/set")) return Reply{200, request.body};
+    if (request.url.ends_with("/item/set")) return Reply{200, request.body.text()};
     return Reply{200,
                  "event: complete\ndata: [{\"id\":1,\"logicName\":\"l\",\"widgetName\":\"light\",\"type\":\"LIGHT\","
                  "\"controls\":[{\"name\":\"power\",\"type\":\"CTRL_TOGGLE\",\"currentValue\":{\"id\":101,\"value\":\"off\"}}]}]\n\n"

@@ -41,7 +41,7 @@ TEST(Threading, SettingAControlWithoutATokenSendsOnceAndReturnsAtOnce) {
   const HttpRequest& request = held->started[0]->request;
   EXPECT_EQ(request.url, "http://platform.test/api/v1/item/set");
   EXPECT_FALSE(request.headers.contains("Authorization"));
-  EXPECT_EQ(AnyCodable::parse(request.body), AnyCodable::parse(R"({"id":101,"value":"on"})"));
+  EXPECT_EQ(AnyCodable::parse(request.body.text()), AnyCodable::parse(R"({"id":101,"value":"on"})"));
   EXPECT_EQ(fakes.consoleLines.back(), R"(setControllableItem({"id":101,"value":"on"}))");
 
   held->last().didReceiveResponse({200, {}, request.url});

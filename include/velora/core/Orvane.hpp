@@ -70,6 +70,10 @@ struct MapClickResponse;
 struct Container;
 struct ProfileAction;
 class ORVSComponent;
+struct Ticket;
+struct FormTicket;
+struct SaveTicketRequest;
+enum class TicketManagerType;
 enum class SectionType;
 enum class FilterType;
 enum class ResourceType;
@@ -394,6 +398,41 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
                          ResponseCallback callback);
   Task<UpdateNotificationResponse> readNotifications(std::vector<std::string> notificationIds, std::string token,
                                                      NTFMNotificationType notificationType);
+
+  // ---- tickets (tickets/Orvane+Tickets) --------------------------------------------------------
+  /// GET "/api/ticket/manager/types". Filtering drops the types this library does not know.
+  void getTicketManagerTypes(ResponseCallback callback);
+  Task<std::vector<TicketManagerType>> getTicketManagerTypes(bool filterUnknownValues = false);
+  /// GET "/api/ticket/form/<manager>": the form a new ticket of that manager fills in.
+  void getTicketForm(TicketManagerType manager, ResponseCallback callback);
+  Task<std::vector<FormTicket>> getTicketForm(TicketManagerType manager);
+  /// GET "/api/ticket/form/<manager>/<id>": the form ticket `id` was filed with.
+  void getTicketForm(TicketManagerType manager, std::string id, ResponseCallback callback);
+  Task<std::vector<FormTicket>> getTicketForm(TicketManagerType manager, std::string id);
+  /// POST "/api/ticket/form/<manager>" with the form as it stands: the server's form after the
+  /// change (a changed select may add or remove fields).
+  void updateTicketForm(std::vector<FormTicket> form, TicketManagerType manager, ResponseCallback callback);
+  Task<std::vector<FormTicket>> updateTicketForm(std::vector<FormTicket> form, TicketManagerType manager);
+  /// GET "/api/ticket": every ticket the user may see.
+  void getTickets(ResponseCallback callback);
+  Task<std::vector<Ticket>> getTickets();
+  /// GET "/api/ticket/my": the user's own tickets.
+  void getMyTickets(ResponseCallback callback);
+  Task<std::vector<Ticket>> getMyTickets();
+  /// GET "/api/ticket/<id>".
+  void getTicket(std::string id, ResponseCallback callback);
+  Task<Ticket> getTicket(std::string id);
+  /// DELETE "/api/ticket/<id>": the ticket as it was.
+  void deleteTicket(std::string id, ResponseCallback callback);
+  Task<Ticket> deleteTicket(std::string id);
+  /// POST "/api/ticket/save/<manager>" as multipart/form-data (SaveTicketRequest::formData) with
+  /// its "Content-Length". The photo and the voice note are sent from the request's own bytes.
+  /// `onProgress` runs on the main queue with the bytes sent so far and the body's size; reports
+  /// that come faster than the queue runs are merged, and all of them come before the reply.
+  void saveTicket(SaveTicketRequest request, TicketManagerType manager, ResponseCallback callback,
+                  UploadProgress onProgress = {});
+  Task<std::vector<FormTicket>> saveTicket(SaveTicketRequest request, TicketManagerType manager,
+                                           UploadProgress onProgress = {});
 
   // ---- do-not-disturb (notifications/Orvane+DND) ----------------------------------------------
   /// GET "/api/v2/dnd/ooo/day/time/interval" with `useTimeIntervals`, else "/api/v2/dnd/ooo/day/time":

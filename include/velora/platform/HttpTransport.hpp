@@ -4,6 +4,7 @@
 // delegate, so the caller can re-apply its headers or refuse.
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -38,13 +39,53 @@ class HttpHeaders {
   std::vector<std::pair<std::string, std::string>> fields_;
 };
 
+/// A request body: byte ranges sent one after the other, each kept alive by the storage it points
+/// into. A large upload (a photo) goes out from the caller's own bytes, never joined into one
+/// buffer; copying a body (a redirect, a retry after renewal) shares the ranges.
+class HttpBody {
+ public:
+  struct Segment {
+    std::shared_ptr<const void> owner;
+    std::string_view bytes;
+  };
+
+  HttpBody() = default;
+  // Implicit: most bodies are one piece of text (JSON, a form).
+  HttpBody(std::string text) { append(std::move(text)); }
+  HttpBody(const char* text) : HttpBody(std::string(text)) {}
+
+  void append(std::string text);
+  /// Appends `bytes`, which stay valid while `owner` lives.
+  void append(std::shared_ptr<const void> owner, std::string_view bytes);
+
+  const std::vector<Segment>& segments() const { return segments_; }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  /// The bytes joined into one string (for logs and tests; uploads never need it).
+  std::string text() const;
+  /// Copies up to `length` bytes from `offset` into `out`; returns how many.
+  std::size_t read(std::size_t offset, char* out, std::size_t length) const;
+
+  friend bool operator==(const HttpBody& body, std::string_view text);
+
+ private:
+  std::vector<Segment> segments_;
+  std::size_t size_ = 0;
+};
+
+/// Bytes of the body handed to the network so far, and the body's size. Called on the transport's
+/// I/O thread, so it must return quickly.
+using UploadProgress = std::function<void(std::uint64_t sent, std::uint64_t total)>;
+
 struct HttpRequest {
   std::string method = "GET";
   std::string url;
   HttpHeaders headers;
-  std::string body;
+  HttpBody body;
   /// Bound on the whole transfer; zero means none (streams).
   std::chrono::milliseconds timeout{0};
+  /// Told as the body goes out; optional.
+  UploadProgress uploadProgress;
 };
 
 struct HttpResponseHead {

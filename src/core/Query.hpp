@@ -1,5 +1,5 @@
 #pragma once
-// Shared by the booking and home operations: their query strings, and the awaitable forms' option
+// Shared by the operations: their query strings, and the awaitable forms' option
 // of dropping values of a kind this library does not know.
 
 #include <algorithm>
