@@ -435,6 +435,122 @@ NotificationData readNotifications(const Reader& r, const std::function<bool(std
   return data;
 }
 
+// A FormTicket template; its attribute must be new to `attributes`.
+void checkFormField(const Reader& r, const json& field, const std::string& where, std::set<std::string>& attributes) {
+  r.text(field, where, "formName");
+  if (!attributes.insert(r.text(field, where, "formAttribute")).second) {
+    r.fail(where + ".formAttribute", "is used by another field of the form");
+  }
+  if (!r.member(field, where, "mandatory").is_boolean()) {
+    r.fail(where + ".mandatory", "must be a boolean");
+  }
+  if (r.text(field, where, "formInputType") == "select") {
+    const json& choices = r.array(field, where, "values");
+    std::set<std::string> ids;
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+      if (!ids.insert(r.text(choices[i], at(where + ".values", i), "selectValueId")).second) {
+        r.fail(at(where + ".values", i), "repeats a choice of the select");
+      }
+      r.text(choices[i], at(where + ".values", i), "name");
+      if (r.member(choices[i], at(where + ".values", i), "selected") != false) {
+        r.fail(at(where + ".values", i) + ".selected", "must be false in a blank form");
+      }
+    }
+  }
+}
+
+TicketForm readTicketForm(const Reader& r, const json& manager, const std::string& where,
+                          const std::function<bool(std::string_view)>& isUser) {
+  TicketForm form{r.array(manager, where, "fields"), r.text(manager, where, "decidedBy"), {}, false, {}, {}};
+  std::set<std::string> attributes;
+  const json* decider = nullptr;
+  for (std::size_t i = 0; i < form.fields.size(); ++i) {
+    checkFormField(r, form.fields[i], at(where + ".fields", i), attributes);
+    if (form.fields[i]["formAttribute"] == form.decidedBy && form.fields[i]["formInputType"] == "select") {
+      decider = &form.fields[i];
+    }
+  }
+  if (decider == nullptr) {
+    r.fail(where + ".decidedBy", "names no select of the form");
+  }
+  if (!attributes.contains("description")) {
+    r.fail(where + ".fields", "needs the field \"description\", which tickets take their description from");
+  }
+  for (const auto& [choice, fields] : r.member(manager, where, "extraFields").items()) {
+    const std::string extraWhere = where + ".extraFields." + choice;
+    const json& choices = (*decider)["values"];
+    if (std::none_of(choices.begin(), choices.end(), [&](const json& c) { return c["selectValueId"] == choice; })) {
+      r.fail(extraWhere, "is no choice of " + form.decidedBy);
+    }
+    if (!fields.is_array()) {
+      r.fail(extraWhere, "must be an array");
+    }
+    std::set<std::string> withExtra = attributes;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+      checkFormField(r, fields[i], at(extraWhere, i), withExtra);
+    }
+    form.extraFields.emplace(choice, fields);
+  }
+  if (const auto external = manager.find("external"); external != manager.end()) {
+    form.external = true;
+    form.integrationIdPrefix = r.text(*external, where + ".external", "integrationIdPrefix");
+    for (const auto& [user, info] : r.member(*external, where + ".external", "requesters").items()) {
+      if (!isUser(user)) {
+        r.fail(where + ".external.requesters." + user, "names no demo user");
+      }
+      if (!info.is_object()) {
+        r.fail(where + ".external.requesters." + user, "must be an object");
+      }
+      form.requesters.emplace(user, info);
+    }
+  }
+  return form;
+}
+
+// The seeded tickets' values are checked against their forms when the ticket service starts.
+TicketData readTickets(const Reader& r, const std::function<bool(std::string_view)>& isUser) {
+  TicketData data;
+  const json& types = r.array(r.root(), "the file", "managerTypes");
+  if (!std::all_of(types.begin(), types.end(), [](const json& t) { return t.is_string(); })) {
+    r.fail("managerTypes", "must be an array of strings");
+  }
+  data.managerTypes = types.get<std::vector<std::string>>();
+  for (const auto& [name, manager] : r.member(r.root(), "the file", "managers").items()) {
+    if (std::find(data.managerTypes.begin(), data.managerTypes.end(), name) == data.managerTypes.end()) {
+      r.fail("managers." + name, "is not listed in managerTypes");
+    }
+    data.forms.emplace(name, readTicketForm(r, manager, "managers." + name, isUser));
+  }
+  const json& list = r.array(r.root(), "the file", "tickets");
+  std::set<std::string> ids;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string where = at("tickets", i);
+    SeededTicket seed{r.text(list[i], where, "id"),         r.text(list[i], where, "user"),
+                      r.text(list[i], where, "manager"),    r.text(list[i], where, "status"),
+                      r.integer(list[i], where, "minutesAgo"), r.integer(list[i], where, "updatedMinutesAgo"), {}};
+    if (!ids.insert(seed.id).second) {
+      r.fail(where, "repeats the id " + seed.id);
+    }
+    if (!isUser(seed.user)) {
+      r.fail(where + ".user", "names no demo user");
+    }
+    if (!data.forms.contains(seed.manager)) {
+      r.fail(where + ".manager", "names no manager with a form");
+    }
+    if (seed.updatedMinutesAgo < 0 || seed.updatedMinutesAgo > seed.minutesAgo) {
+      r.fail(where, "must have 0 <= updatedMinutesAgo <= minutesAgo");
+    }
+    for (const auto& [attribute, value] : r.member(list[i], where, "values").items()) {
+      if (!value.is_string()) {
+        r.fail(where + ".values." + attribute, "must be a string");
+      }
+      seed.values.emplace(attribute, value.get<std::string>());
+    }
+    data.seeds.push_back(std::move(seed));
+  }
+  return data;
+}
+
 }  // namespace
 
 DataFiles::DataFiles(std::span<const EmbeddedFile> files) {
@@ -490,6 +606,7 @@ DemoData loadDemoData(const DataFiles& files, const std::function<bool(std::stri
   data.booking = readBooking(Reader(files, "booking.json"), data.floors, isUser);
   data.booking.homeContainers = readHomeContainers(Reader(files, "home.json"));
   data.notifications = readNotifications(Reader(files, "notifications.json"), isUser);
+  data.tickets = readTickets(Reader(files, "tickets.json"), isUser);
   return data;
 }
 

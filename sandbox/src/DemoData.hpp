@@ -102,6 +102,36 @@ struct NotificationData {
   std::map<std::string, nlohmann::json> dndForms;
 };
 
+/// One ticket manager's form: FormTicket templates in order. The choices of a select may carry
+/// "managerInfo", the members an external manager's tickets get for that choice; clients never
+/// see it.
+struct TicketForm {
+  nlohmann::json fields;
+  std::string decidedBy;  // the select whose choice adds fields
+  std::map<std::string, nlohmann::json> extraFields;  // choice -> FormTicket templates put after the select
+  bool external = false;  // tickets carry an integrationId and managerInfo
+  std::string integrationIdPrefix;
+  std::map<std::string, nlohmann::json> requesters;  // user -> managerInfo members
+};
+
+/// A ticket the sandbox starts with, filed `minutesAgo` before start-up.
+struct SeededTicket {
+  std::string id;
+  std::string user;
+  std::string manager;
+  std::string status;
+  int minutesAgo = 0;
+  int updatedMinutesAgo = 0;
+  std::map<std::string, std::string> values;  // formAttribute -> value; a select's is a choice id
+};
+
+/// What the ticket routes start from (tickets.json).
+struct TicketData {
+  std::vector<std::string> managerTypes;  // as listed to clients, some unknown to them on purpose
+  std::map<std::string, TicketForm> forms;  // by manager: those tickets can be filed with
+  std::vector<SeededTicket> seeds;
+};
+
 struct DemoData {
   /// building.json's floors, then booking.json's.
   std::vector<Floor> floors;
@@ -118,6 +148,7 @@ struct DemoData {
   LiveWidget singleWidget;
   BookingData booking;
   NotificationData notifications;
+  TicketData tickets;
 
   /// The name of a room on any floor; "Room ID" for one the building does not have.
   std::string roomName(const std::string& roomId) const;

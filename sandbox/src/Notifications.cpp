@@ -143,6 +143,30 @@ json Notifications::update(const std::string& user, const std::string& token, co
   return {{"notifications", std::move(changed)}, {"count", counts(device, type)}};
 }
 
+void Notifications::post(const std::string& user, const std::string& type, const std::string& title,
+                         const std::string& body) {
+  checkType(type);
+  const std::lock_guard lock(mutex_);
+  // Seeded ids are "n-" and a number as well; a posted one skips those.
+  std::string id;
+  do {
+    id = "n-" + std::to_string(data_.notifications.seeds.size() + static_cast<std::size_t>(++posted_));
+  } while (std::any_of(data_.notifications.seeds.begin(), data_.notifications.seeds.end(),
+                       [&id](const SeededNotification& seed) { return seed.notification["id"] == id; }));
+  const std::string now = isoText(std::chrono::system_clock::now());
+  const json notification = {{"id", id},
+                             {"type", type},
+                             {"status", "SENT"},
+                             {"message", {{"title", title}, {"body", body}}},
+                             {"creationDate", now},
+                             {"lastModificationDate", now}};
+  for (auto& [token, device] : devices_) {
+    if (device.user == user) {
+      device.inbox.insert(device.inbox.begin(), notification);
+    }
+  }
+}
+
 std::map<std::string, json> Notifications::dndValues(const std::string& resourceId) const {
   const std::lock_guard lock(mutex_);
   const auto it = dnd_.find(resourceId);

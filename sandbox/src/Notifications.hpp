@@ -34,6 +34,10 @@ class Notifications {
   nlohmann::json update(const std::string& user, const std::string& token, const std::string& type,
                         const std::optional<std::vector<std::string>>& ids, const std::string& status);
 
+  /// Puts a new SENT notification of `type` at the top of the inbox of every push token `user`
+  /// has registered, with the same fresh id in each; nothing when there is none.
+  void post(const std::string& user, const std::string& type, const std::string& title, const std::string& body);
+
   /// The values last set for the elements of `resourceId`'s periods, by element id.
   std::map<std::string, nlohmann::json> dndValues(const std::string& resourceId) const;
   /// Replaces `resourceId`'s periods with the values of `elements` (those without one clear it).
@@ -52,6 +56,7 @@ class Notifications {
   const DemoData& data_;
   mutable std::mutex mutex_;
   std::map<std::string, Device> devices_;  // by push token
+  int posted_ = 0;  // notifications posted since start-up
   std::map<std::string, std::map<std::string, nlohmann::json>> dnd_;  // resource -> element id -> value
 };
 

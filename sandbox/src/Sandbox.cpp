@@ -17,6 +17,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -25,6 +26,7 @@
 #include "Notifications.hpp"
 #include "Realm.hpp"
 #include "SandboxInternal.hpp"
+#include "Tickets.hpp"
 
 namespace velora::sandbox {
 namespace {
@@ -33,6 +35,10 @@ constexpr int kListenBacklog = 1024;
 constexpr auto kStartupTimeout = std::chrono::seconds(5);
 // The program may serve a benchmark for hours; older entries go first.
 constexpr std::size_t kMaxRecordedRequests = 65536;
+// Ticket photos come straight from phone cameras; httplib builds differ in their default cap.
+constexpr std::size_t kMaxBodyBytes = std::size_t{256} << 20;
+// Marks a multipart/form-data Content-Type that httplib must not see as such (see holdBack).
+constexpr std::string_view kHeldBack = "held-back:";
 
 // The methods httplib routes to handlers; it parses a few others (TRACE, CONNECT) but would
 // answer those 400 without asking a handler.
@@ -72,6 +78,26 @@ void validate(const SandboxOptions& options) {
   }
 }
 
+// httplib reads a multipart/form-data body into parts of its own instead of the body, with a
+// parser that takes neither the app's "Content-Type :" part headers nor the blank line the app
+// puts before the closing delimiter. The ticket routes read such bodies themselves, so the type is
+// disguised before httplib reads the body and restored before the request is recorded or routed.
+// httplib hands its hooks a const reference to a request that is not itself const.
+void holdBackMultipart(const httplib::Request& req) {
+  if (req.is_multipart_form_data()) {
+    auto& headers = const_cast<httplib::Request&>(req).headers;
+    headers.find("Content-Type")->second.insert(0, kHeldBack);
+  }
+}
+
+void restoreMultipart(const httplib::Request& req) {
+  auto& headers = const_cast<httplib::Request&>(req).headers;
+  const auto it = headers.find("Content-Type");
+  if (it != headers.end() && it->second.starts_with(kHeldBack)) {
+    it->second.erase(0, kHeldBack.size());
+  }
+}
+
 detail::RealmSettings realmSettings(const SandboxOptions& options) {
   return {options.realm, std::chrono::seconds(options.accessTokenLifetimeSeconds),
           std::chrono::seconds(options.refreshTokenLifetimeSeconds), options.autoLoginUser};
@@ -91,7 +117,8 @@ struct Sandbox::Impl {
   detail::Notifications notifications{data};
   detail::StreamHub hub{stopping};
   detail::FaultSwitches faults{stopping};
-  detail::Services services{options, stopping, data, realm, equipment, bookings, notifications, hub, faults};
+  detail::Tickets tickets{data};
+  detail::Services services{options, stopping, data, realm, equipment, bookings, notifications, hub, faults, tickets};
   detail::Router router;
   std::atomic<bool> listenerDone{false};
   std::thread listener;
@@ -125,6 +152,7 @@ void Sandbox::Impl::configure() {
   router.add(detail::platformRoutes(), detail::requireLiveToken);
   router.add(detail::bookingRoutes(), detail::requireLiveToken);
   router.add(detail::notificationRoutes(), detail::requireLiveToken);
+  router.add(detail::ticketRoutes(), detail::requireLiveToken);
   router.add(detail::languageRoutes());
   router.add(detail::streamRoutes(), detail::requireLiveToken);
   router.add(detail::mapPageRoutes());
@@ -138,6 +166,7 @@ void Sandbox::Impl::configure() {
   server.set_tcp_nodelay(true);
   server.set_keep_alive_max_count(static_cast<std::size_t>(options.keepAliveMaxCount));
   server.set_keep_alive_timeout(options.keepAliveTimeoutSeconds);
+  server.set_payload_max_length(kMaxBodyBytes);
   // Replaces httplib's default, which sets SO_REUSEPORT: with it a second sandbox could bind
   // the same fixed port and silently share its connections. Called for every socket httplib
   // tries while binding; the last one is the socket it keeps.
@@ -161,6 +190,7 @@ void Sandbox::Impl::configure() {
   // which is acceptable for methods (TRACE) that do not carry one.
   server.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
     if (httplibRoutes(req.method)) {
+      holdBackMultipart(req);
       return httplib::Server::HandlerResponse::Unhandled;
     }
     handle(req, res);
@@ -218,6 +248,7 @@ void Sandbox::Impl::record(const httplib::Request& req) {
 }
 
 void Sandbox::Impl::handle(const httplib::Request& req, httplib::Response& res) {
+  restoreMultipart(req);
   // Recorded before answering, so a test that has its response also sees the request here.
   record(req);
   const std::size_t now = ++inFlight;

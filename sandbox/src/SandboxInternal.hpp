@@ -29,6 +29,7 @@ class Realm;
 class Equipment;
 class Bookings;
 class Notifications;
+class Tickets;
 class StreamHub;
 class FaultSwitches;
 struct DemoData;
@@ -44,6 +45,7 @@ struct Services {
   Notifications& notifications;
   StreamHub& hub;
   FaultSwitches& faults;
+  Tickets& tickets;
 };
 
 /// One request as a handler sees it; match[1] is the first group of the route's pattern.
@@ -272,6 +274,9 @@ RouteTable streamRoutes();
 RouteTable bookingRoutes();
 /// Device registration, notifications and do-not-disturb; installed behind requireLiveToken.
 RouteTable notificationRoutes();
+/// Ticket managers, their forms, and the tickets with their files; installed behind
+/// requireLiveToken.
+RouteTable ticketRoutes();
 /// The public languages list and the language change (which checks the token itself).
 RouteTable languageRoutes();
 /// The map page's files under /map/; public.
