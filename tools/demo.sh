@@ -155,6 +155,17 @@ fi
 # This device's notifications: register it, list them, read the newest; then no disturbing
 # tomorrow afternoon.
 step "$velora" notifications register
+# A flickering lamp: a ticket with a photo and a voice note, seen among the user's tickets, then
+# withdrawn; filing it left a notification on this device.
+demo_files="$(cd "$(dirname "$0")/../sandbox/data" && pwd)"
+step "$velora" tickets managers
+step "$velora" tickets form category=electrical
+ticket=$(run_showing "$velora" tickets new --photo "$demo_files/demo-photo.jpg" --voice "$demo_files/demo-voice.aac" \
+  description="Desk lamp flickers" category=electrical circuit=B2 --json | json_text ticketId)
+need "ticket" "$ticket"
+step "$velora" tickets mine
+step "$velora" tickets show "$ticket"
+step "$velora" tickets delete "$ticket"
 step "$velora" notifications list --status SENT --status READ
 newest=$("$velora" notifications list --status SENT --json | json_text id)
 need "notification" "$newest"

@@ -95,6 +95,7 @@ void addItemCommands(CommandSet& commands);      // items list, items set
 void addBookingCommands(CommandSet& commands);   // book, agenda, slots, favourite, locker
 void addHomeCommands(CommandSet& commands);      // home
 void addNotificationCommands(CommandSet& commands);  // notifications register|list|count|read|delete, dnd show|set
+void addTicketCommands(CommandSet& commands);  // tickets managers|form|list|mine|show|delete|new
 void addLanguageCommands(CommandSet& commands);  // languages [--set CODE]
 void addCallCommands(CommandSet& commands);      // call OPERATION, call --list
 void addWatchCommands(CommandSet& commands);     // watch items|events|positions|diagnostic|home|group|widget

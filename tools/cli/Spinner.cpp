@@ -64,6 +64,12 @@ void Spinner::run() {
   frameShown = false;
 }
 
+void writeStatus(std::string_view text) {
+  std::lock_guard out(stderrMutex);
+  writeAll(std::string(kEraseLine).append(text));
+  frameShown = !text.empty();
+}
+
 void writeDiagnostic(std::string_view line) {
   std::lock_guard out(stderrMutex);
   std::string text;

@@ -33,6 +33,10 @@ class Spinner {
   std::thread thread_;
 };
 
+/// Replaces the transient line on standard error (a spinner frame, a progress bar) with `text`;
+/// empty text only erases it. Diagnostic lines erase it before they are written.
+void writeStatus(std::string_view text);
+
 /// Writes one diagnostic line to standard error, erasing a spinner frame first so the two never
 /// share a line.
 void writeDiagnostic(std::string_view line);

@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
   addBookingCommands(commands);
   addHomeCommands(commands);
   addNotificationCommands(commands);
+  addTicketCommands(commands);
   addLanguageCommands(commands);
   addCallCommands(commands);
   addWatchCommands(commands);
