@@ -22,3 +22,6 @@ fi
 if [ -x "$build/bin/map_view_bench" ] && command -v xvfb-run >/dev/null; then
   xvfb-run -a "$build/bin/map_view_bench"
 fi
+if [ -x "$build/bin/ticket_upload_bench" ]; then
+  "$build/bin/ticket_upload_bench"
+fi

@@ -7,16 +7,12 @@
 // microseconds), which this process reads on the same clock when the callback runs.
 
 #include <benchmark/benchmark.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <fstream>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -32,49 +28,6 @@ using Clock = std::chrono::steady_clock;
 constexpr int kIntervalMs = 100;  // 1000 streams x 10 positions a second = 10 000 events a second
 constexpr auto kMeasureFor = std::chrono::seconds(10);
 
-/// The velora-sandbox program, stopped when this goes.
-class SandboxProcess {
- public:
-  explicit SandboxProcess(int streams) {
-    int out[2];
-    if (pipe(out) != 0) throw std::runtime_error("pipe failed");
-    const std::string threads = std::to_string(streams + 64);
-    const std::string interval = std::to_string(kIntervalMs);
-    std::vector<std::string> args{VELORA_SANDBOX_PATH, "--threads", threads, "--position-interval-ms", interval,
-                                  "--access-token-lifetime", "3600"};
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    pid_ = fork();
-    if (pid_ < 0) throw std::runtime_error("fork failed");
-    if (pid_ == 0) {
-      // The sandbox goes with the benchmark, also when the benchmark is killed.
-      prctl(PR_SET_PDEATHSIG, SIGTERM);
-      dup2(out[1], STDOUT_FILENO);
-      close(out[0]);
-      execv(VELORA_SANDBOX_PATH, argv.data());
-      _exit(127);
-    }
-    close(out[1]);
-    std::string line;
-    char c;
-    while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
-    close(out[0]);
-    const auto at = line.find("http://");
-    if (at == std::string::npos) throw std::runtime_error("the sandbox did not start: " + line);
-    url_ = line.substr(at);
-  }
-  ~SandboxProcess() {
-    kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
-  }
-  const std::string& url() const { return url_; }
-
- private:
-  pid_t pid_ = -1;
-  std::string url_;
-};
-
 /// A thousand streams need more descriptors than the usual soft limit of 1024, on both ends.
 void raiseDescriptorLimit() {
   rlimit limit{};
@@ -82,27 +35,6 @@ void raiseDescriptorLimit() {
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
   }
-}
-
-std::size_t residentBytes() {
-  std::ifstream statm("/proc/self/statm");
-  std::size_t pages = 0, resident = 0;
-  statm >> pages >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
-std::string demoAccessToken(velora::HttpTransport& transport, const std::string& base) {
-  velora::HttpRequest request;
-  request.method = "POST";
-  request.url = base + "/realms/velora/protocol/openid-connect/token";
-  request.headers.set("Content-Type", "application/x-www-form-urlencoded");
-  request.body = "grant_type=password&client_id=velora-app&username=demo&password=demo-password";
-  std::promise<velora::DataResult> done;
-  velora::startDataRequest(transport, request, [&](velora::DataResult r) { done.set_value(std::move(r)); });
-  const auto result = done.get_future().get();
-  if (!result.response || result.response->head.status != 200) throw std::runtime_error("cannot log in to the sandbox");
-  const auto json = velora::AnyCodable::parse(result.response->body);
-  return *json.find("access_token")->as<std::string>();
 }
 
 struct Latencies {
@@ -115,7 +47,8 @@ struct Latencies {
 void BM_ManyStreams(benchmark::State& state) {
   const int streams = static_cast<int>(state.range(0));
   raiseDescriptorLimit();
-  SandboxProcess sandbox(streams);
+  SandboxProcess sandbox({"--threads", std::to_string(streams + 64), "--position-interval-ms", std::to_string(kIntervalMs),
+                          "--access-token-lifetime", "3600"});
   auto facade = benchFacade(sandbox.url());
   facade->setSessionRenewer(std::make_shared<FixedSession>(demoAccessToken(*facade->platform().transport, sandbox.url())));
   facade->setupSession();

@@ -34,6 +34,9 @@ constexpr int kIdlePollMs = 60'000;
 // Compression is not asked for: for the platform's small JSON bodies, setting up a compressor per
 // reply costs the server far more than the bytes saved (measured 4x slower on loopback).
 constexpr const char* kAcceptEncoding = nullptr;
+constexpr std::chrono::milliseconds kProgressInterval = 40ms;
+// The upload buffer for bodies read piece by piece (curl allows 16 KB to 2 MB).
+constexpr long kUploadBufferBytes = 1L << 20;
 
 // ---------------------------------------------------------------------------------------------
 // Errors
@@ -285,9 +288,12 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
         curl_easy_setopt(easy, CURLOPT_READDATA, this);
         curl_easy_setopt(easy, CURLOPT_SEEKFUNCTION, &CurlCall::onSeek);
         curl_easy_setopt(easy, CURLOPT_SEEKDATA, this);
+        // Fewer, larger reads and writes: the default 64 KB buffer costs a large upload a quarter of its speed.
+        curl_easy_setopt(easy, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferBytes);
       }
       if (request_.uploadProgress) {
         reportedUpload_ = 0;
+        reportedAt_ = {};
         curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &CurlCall::onProgress);
         curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
         curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
@@ -414,10 +420,15 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
   static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
     auto* call = static_cast<CurlCall*>(self);
     if (call->cancelRequested()) return 1;
+    // curl asks after every turn of its loop; a report every few dozen milliseconds, and the last
+    // one, are all a progress bar needs, and each costs the application's queue a wakeup.
     const auto now = static_cast<std::uint64_t>(sent);
-    if (now != call->reportedUpload_) {
+    const std::uint64_t total = call->request_.body.size();
+    const auto at = Clock::now();
+    if (now > call->reportedUpload_ && (now == total || at - call->reportedAt_ >= kProgressInterval)) {
       call->reportedUpload_ = now;
-      shielded("uploadProgress", [&] { call->request_.uploadProgress(now, call->request_.body.size()); });
+      call->reportedAt_ = at;
+      shielded("uploadProgress", [&] { call->request_.uploadProgress(now, total); });
     }
     return 0;
   }
@@ -537,6 +548,7 @@ class CurlCall final : public HttpCall, public std::enable_shared_from_this<Curl
   bool tooManyRedirects_ = false;
   std::size_t readOffset_ = 0;
   std::uint64_t reportedUpload_ = 0;
+  Clock::time_point reportedAt_;
 };
 
 // ---------------------------------------------------------------------------------------------
