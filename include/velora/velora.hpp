@@ -32,6 +32,7 @@
 #include <velora/map/Positioning.hpp>
 #include <velora/notifications/Notifications.hpp>
 #include <velora/tickets/Tickets.hpp>
+#include <velora/beacon/Beacon.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
 #include <velora/sse/EventSource.hpp>

@@ -70,10 +70,12 @@ struct MapClickResponse;
 struct Container;
 struct ProfileAction;
 class ORVSComponent;
+struct NetworkResponseIOSConfiguration;
 struct Ticket;
 struct FormTicket;
 struct SaveTicketRequest;
 enum class TicketManagerType;
+enum class BLEFrequency;
 enum class SectionType;
 enum class FilterType;
 enum class ResourceType;
@@ -99,6 +101,7 @@ enum class RequestAccess { pipeline, sessionHeaders, none };
 namespace detail {
 class RenewalGate;
 class Localizations;
+class TagAdvertiser;
 class PipelineCore;
 class KeycloakRenewer;
 struct FacadeAccess;
@@ -253,6 +256,37 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// through the pipeline. The callback's payload is {"data": bytes}.
   void fetchResource(std::string path, ResponseCallback callback);
   Task<Bytes> fetchResource(std::string path);
+
+  // ---- positioning tag (beacon/Orvane+Beacon; docs/beacon.md) ----------------------------------
+  /// environment.quuppaEnv's identity bytes and advertising frequency; stop the process without
+  /// an environment.
+  std::uint8_t byte0() const;
+  std::uint8_t byte1() const;
+  BLEFrequency quuppaBLEFreq() const;
+  void setQuuppaBLEFreq(BLEFrequency frequency);
+  /// The proximity UUID of tag `with` (exactly twelve hexadecimal digits; an unreadable pair counts
+  /// as 0): "BBTTTTTT-TTTT-TTCC-67F7-DB34C4038E5C" with B the second identity byte, T the tag's six
+  /// bytes and C the CRC-8 of both identity bytes and the tag. `crc1`/`crc2` default to byte0/byte1.
+  /// nullopt for a tag of any other length.
+  std::optional<std::string> createUUID(const std::string& with, std::optional<std::uint8_t> crc1 = std::nullopt,
+                                        std::optional<std::uint8_t> crc2 = std::nullopt) const;
+  using AdvertisingCompletion = std::function<void(std::shared_ptr<BlePeripheral>, std::optional<PlatformError>)>;
+  /// Advertises this device as the tag of configuration `with` on Platform::bluetooth: its times
+  /// (`frequency`, when given, wins), the Enlighted identity when present. Once the peripheral is
+  /// powered on the advertisement starts, continuously or in its duty cycle on a thread of its
+  /// own; `completion` hears on the main queue of the first start, or of kInvalidTagFormat (nothing
+  /// advertised), kAdvertisingFailed or kBluetoothUnavailable.
+  void startAdvertisingRegion(NetworkResponseIOSConfiguration with, std::optional<BLEFrequency> frequency,
+                              AdvertisingCompletion completion);
+  Task<std::shared_ptr<BlePeripheral>> startAdvertisingRegion(NetworkResponseIOSConfiguration with,
+                                                              std::optional<BLEFrequency> frequency = std::nullopt);
+  /// Ends the duty cycle and takes the advertisement off air before returning.
+  void stopAdvertisingRegion();
+  /// The peripheral's last reported state; each report is also posted as
+  /// kPeripheralManagerStateChanged on the platform's notification centre.
+  BlePowerState bluetoothState() const;
+  /// What the tag advertises (or will once powered on), after startAdvertisingRegion.
+  std::optional<BeaconIdentity> advertisementData() const;
 
   // ---- languages (core/Orvane+Languages; docs/languages.md) ----------------------------------
   std::optional<SELanguage> currentLocalization() const;
@@ -580,6 +614,8 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// Captive renewals asked for directly (callback form), one at a time.
   std::shared_ptr<detail::RenewalGate> captiveRenewals_;
   std::shared_ptr<detail::Localizations> localizations_;
+  /// Made on the first startAdvertisingRegion.
+  std::shared_ptr<detail::TagAdvertiser> advertiser_;
 };
 
 }  // namespace velora

@@ -56,7 +56,8 @@ class BlePeripheral {
 };
 
 /// A peripheral that puts nothing on air and records what would be: for machines without a
-/// controller and for tests. Powered on unless told otherwise.
+/// controller and for tests. Powered on unless told otherwise. It has no thread: it calls back on
+/// the thread that called it (or that changed its power state).
 class SimulatedBlePeripheral : public BlePeripheral {
  public:
   struct Switch {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include <velora/platform/BlePeripheral.hpp>
 #include <velora/platform/BrowserAuthSession.hpp>
 #include <velora/platform/Clock.hpp>
 #include <velora/platform/HostInfo.hpp>
@@ -48,6 +49,9 @@ struct Platform {
   std::shared_ptr<WebsiteDataStore> websiteData;
   /// Asked by Orvane::hasConnectivity; absent means no connectivity.
   std::shared_ptr<Reachability> reachability;
+  /// The Bluetooth LE peripheral the positioning tag advertises with; absent on a machine that
+  /// has none (startAdvertisingRegion then reports it).
+  std::shared_ptr<BlePeripheral> bluetooth;
   /// Positions and headings for the map view, language changes.
   std::shared_ptr<NotificationCenter> notifications = NotificationCenter::make();
   /// The application's documents folder ("console.log" lives here).
