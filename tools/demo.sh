@@ -152,6 +152,10 @@ else
   echo "-- failed with exit code $?"
   failed=1
 fi
+# The machine as a positioning tag for a few seconds, in the low duty cycle: on its BlueZ adapter
+# when it has one, else on a simulated peripheral (it says which).
+step "$velora" advertise --frequency low --seconds 3
+step "$velora" advertise --tagid enlighted-1 --simulate --seconds 1
 # This device's notifications: register it, list them, read the newest; then no disturbing
 # tomorrow afternoon.
 step "$velora" notifications register

@@ -60,15 +60,12 @@ void deviceConfiguration(Exchange& x) {
                                 ? tagField->get<std::string>()
                                 : tagIdFor(uuid);
   const std::uint64_t tagHash = fnv1a64(tagId);
-  sendJson(res, 200,
-           {{"appId", body["appId"]},
-            {"uuid", uuid},
-            {"iosadvConf",
-             {{"tagid", tagId},
-              {"byte1", tagHash & 0xff},
-              {"byte2", (tagHash >> 8) & 0xff},
-              {"tON", 0.1},
-              {"tOFF", 0.9}}}});
+  nlohmann::json advertising = {{"tagid", tagId}, {"byte1", tagHash & 0xff}, {"byte2", (tagHash >> 8) & 0xff}, {"tON", 0.1}, {"tOFF", 0.9}};
+  // Tags installed for third-party sensors advertise the sensors' identity instead of their own.
+  if (tagId.rfind("enlighted", 0) == 0) {
+    advertising["enlightedConfig"] = {{"uuid", "5A4BCFCE-174E-4BAC-A814-092E77F6B7E5"}, {"major", 100}, {"minor", 7}, {"measuredPower", -62}};
+  }
+  sendJson(res, 200, {{"appId", body["appId"]}, {"uuid", uuid}, {"iosadvConf", std::move(advertising)}});
 }
 
 // QR codes that hand out a user's background-login credentials. An expiration of -1 never

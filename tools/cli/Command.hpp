@@ -96,6 +96,7 @@ void addBookingCommands(CommandSet& commands);   // book, agenda, slots, favouri
 void addHomeCommands(CommandSet& commands);      // home
 void addNotificationCommands(CommandSet& commands);  // notifications register|list|count|read|delete, dnd show|set
 void addTicketCommands(CommandSet& commands);  // tickets managers|form|list|mine|show|delete|new
+void addAdvertiseCommands(CommandSet& commands);  // advertise [--frequency] [--tagid] [--seconds] [--simulate]
 void addLanguageCommands(CommandSet& commands);  // languages [--set CODE]
 void addCallCommands(CommandSet& commands);      // call OPERATION, call --list
 void addWatchCommands(CommandSet& commands);     // watch items|events|positions|diagnostic|home|group|widget

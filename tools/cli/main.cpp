@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
   addHomeCommands(commands);
   addNotificationCommands(commands);
   addTicketCommands(commands);
+  addAdvertiseCommands(commands);
   addLanguageCommands(commands);
   addCallCommands(commands);
   addWatchCommands(commands);
