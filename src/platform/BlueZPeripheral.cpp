@@ -118,10 +118,14 @@ class Core {
       std::lock_guard lock(handlerMutex_);
       stateHandler_ = std::move(handler);
       generation = ++handlerGeneration_;
+      toldCurrentState_ = false;
     }
+    // A new handler hears the current state first; changes reach it only after that.
     post([generation](Core& core) {
       std::lock_guard lock(core.handlerMutex_);
-      if (generation == core.handlerGeneration_ && core.stateHandler_) core.stateHandler_(core.state_);
+      if (generation != core.handlerGeneration_ || !core.stateHandler_) return;
+      core.toldCurrentState_ = true;
+      core.stateHandler_(core.state_);
     });
   }
 
@@ -161,6 +165,9 @@ class Core {
     }
     GVariant* objects = nullptr;
     if (connection_) {
+      // Following changes before reading the state: the bus handles our messages in order, so
+      // once the objects come back, no later change can slip past.
+      subscribe();
       objects = g_dbus_connection_call_sync(connection_, kBlueZ, "/", "org.freedesktop.DBus.ObjectManager",
                                             "GetManagedObjects", nullptr, G_VARIANT_TYPE("(a{oa{sa{sv}}})"),
                                             G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, &error);
@@ -174,7 +181,6 @@ class Core {
     g_variant_unref(objects);
     if (!why.empty()) return why;
 
-    subscribe();
     nodeInfo_ = g_dbus_node_info_new_for_xml(kAdvertisementXml, nullptr);
     static const GDBusInterfaceVTable vtable = {&Core::onMethodCall, &Core::onGetProperty, nullptr, {}};
     registrationId_ = g_dbus_connection_register_object(connection_, objectPath_.c_str(), nodeInfo_->interfaces[0],
@@ -228,10 +234,11 @@ class Core {
       subscriptions_.push_back(g_dbus_connection_signal_subscribe(connection_, sender, interface, member, path, arg0,
                                                                   G_DBUS_SIGNAL_FLAGS_NONE, callback, this, nullptr));
     };
-    add(kBlueZ, "org.freedesktop.DBus.Properties", "PropertiesChanged", adapterPath_.c_str(), kAdapterInterface,
+    add(kBlueZ, "org.freedesktop.DBus.Properties", "PropertiesChanged", nullptr, kAdapterInterface,
         &Core::onPropertiesChanged);
-    add(kBlueZ, "org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", "/", adapterPath_.c_str(),
-        &Core::onInterfacesRemoved);
+    // No arg0 filter here: bus match rules compare arg0 only when it is a string, and this one is
+    // an object path.
+    add(kBlueZ, "org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", "/", nullptr, &Core::onInterfacesRemoved);
     // bluetoothd leaving the bus takes the adapter with it, without InterfacesRemoved.
     add("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged", "/org/freedesktop/DBus", kBlueZ,
         &Core::onNameOwnerChanged);
@@ -365,11 +372,12 @@ class Core {
     if (state_.exchange(state) == state) return;
     if (state != BlePowerState::poweredOn) dropped("the adapter is not powered on");
     std::lock_guard lock(handlerMutex_);
-    if (stateHandler_) stateHandler_(state);
+    if (stateHandler_ && toldCurrentState_) stateHandler_(state);
   }
 
-  static void onPropertiesChanged(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+  static void onPropertiesChanged(GDBusConnection*, const gchar*, const gchar* path, const gchar*, const gchar*,
                                   GVariant* parameters, gpointer data) {
+    if (static_cast<Core*>(data)->adapterPath_ != path) return;
     GVariant* changed = g_variant_get_child_value(parameters, 1);
     gboolean powered;
     if (g_variant_lookup(changed, "Powered", "b", &powered)) {
@@ -380,6 +388,10 @@ class Core {
 
   static void onInterfacesRemoved(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
                                   GVariant* parameters, gpointer data) {
+    auto& core = *static_cast<Core*>(data);
+    const gchar* path = nullptr;
+    g_variant_get_child(parameters, 0, "&o", &path);
+    if (core.adapterPath_ != path) return;
     GVariant* interfaces = g_variant_get_child_value(parameters, 1);
     gsize count = 0;
     const gchar** names = g_variant_get_strv(interfaces, &count);
@@ -387,7 +399,7 @@ class Core {
     for (gsize i = 0; i < count; ++i) adapterGone = adapterGone || g_strcmp0(names[i], kAdapterInterface) == 0;
     g_free(names);
     g_variant_unref(interfaces);
-    if (adapterGone) static_cast<Core*>(data)->changeState(BlePowerState::unsupported);
+    if (adapterGone) core.changeState(BlePowerState::unsupported);
   }
 
   static void onNameOwnerChanged(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
@@ -447,6 +459,7 @@ class Core {
   std::recursive_mutex handlerMutex_;
   BlePeripheral::StateHandler stateHandler_;
   unsigned handlerGeneration_ = 0;
+  bool toldCurrentState_ = false;
 };
 
 class BlueZPeripheral final : public BlePeripheral {
