@@ -113,12 +113,14 @@ Task<std::shared_ptr<BlePeripheral>> Orvane::startAdvertisingRegion(NetworkRespo
                                                                      std::optional<BLEFrequency> frequency) {
   const auto keepAlive = shared_from_this();
   co_await detail::ResumeHere{platform_};
-  auto [peripheral, error] = co_await detail::awaitCompletion<std::shared_ptr<BlePeripheral>>(
-      [this, with = std::move(with), frequency](detail::Completion<std::shared_ptr<BlePeripheral>> done) mutable {
-        startAdvertisingRegion(std::move(with), frequency, [done = std::move(done)](std::shared_ptr<BlePeripheral> p, std::optional<PlatformError> e) {
+  std::function<void(detail::Completion<std::shared_ptr<BlePeripheral>>)> start =
+      [this, with = std::move(with), frequency](detail::Completion<std::shared_ptr<BlePeripheral>> done) {
+        startAdvertisingRegion(with, frequency, [done = std::move(done)](std::shared_ptr<BlePeripheral> p, std::optional<PlatformError> e) {
           done(p ? std::optional(std::move(p)) : std::nullopt, std::move(e));
         });
-      });
+      };
+  auto started = detail::awaitCompletion<std::shared_ptr<BlePeripheral>>(std::move(start));  // built before it is awaited
+  auto [peripheral, error] = co_await std::move(started);
   if (error) throw *error;
   co_return *peripheral;
 }

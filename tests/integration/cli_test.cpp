@@ -172,6 +172,8 @@ std::function<void(const Result&, const fs::path&)> checkNoSecrets(std::vector<s
 // ---- the realm, as the tests watch it --------------------------------------------------------
 
 const std::string kTokenPath = "/realms/velora/protocol/openid-connect/token";
+const std::string kDemoPhoto = VELORA_SANDBOX_DATA_DIR "/demo-photo.jpg";
+const std::string kDemoVoice = VELORA_SANDBOX_DATA_DIR "/demo-voice.aac";
 std::size_t tokenRequests(const Sandbox& sandbox) { return sandbox.requestCount(kTokenPath); }
 
 // ---- tests -----------------------------------------------------------------------------------
@@ -237,6 +239,19 @@ TEST(Cli, CommandsAgainstTheSandbox) {
        {"notifications", "list", "--status", "UNSEEN"}, {}, 2, "", "--status must be SENT, READ or DELETED, not 'UNSEEN'"},
       {"do-not-disturb names the fields a form has", false, {"dnd", "set", "--resource", "me", "dnd-nope=1"}, {}, 2, "",
        "the form has no field 'dnd-nope'; its fields are dnd-day and dnd-time"},
+      {"a ticket is filed with a photo and a voice note", false,
+       {"tickets", "new", "--photo", kDemoPhoto, "--voice", kDemoVoice, "description=Lamp out", "category=electrical", "circuit=B2"},
+       {}, 0, "circuit      Circuit or panel  text", ""},
+      {"a photo that is missing is refused before anything is sent", false,
+       {"tickets", "new", "--photo", "/nonexistent.jpg", "description=x"}, {}, 2, "", "velora: --photo: cannot read '/nonexistent.jpg'"},
+      {"a photo that is not a JPEG is sent with a warning", false,
+       {"tickets", "new", "--photo", kDemoVoice, "description=Swapped"}, {}, 0, "Filed t-", "is not a JPEG photo"},
+      {"a field the form lacks is named with the form's fields", false, {"tickets", "form", "colour=red"}, {}, 2, "",
+       "the form has no field colour; its fields are description, category, resourceId, photo and voice"},
+      {"the tag advertises its identity on a simulated peripheral", false,
+       {"advertise", "--simulate", "--tagid", "0123456789AB", "--frequency", "low", "--seconds", "1"}, {}, 0, "on air", "switches"},
+      {"a malformed tag puts nothing on air", false, {"advertise", "--simulate", "--tagid", "12345", "--seconds", "1"}, {}, 1, "",
+       "velora: Invalid tag format. Please contact support. (code -50001)"},
       {"log clear empties the log", false, {"log", "clear"}, {}, 0, "log cleared", ""},
       {"log show after clear", false, {"log", "show"}, {}, 0, "(the log is empty)", ""},
       {"no endpoint at all", true, {"check"}, {}, 2, "",
@@ -259,7 +274,7 @@ TEST(Cli, CommandsAgainstTheSandbox) {
        "discover URL 'realm' is not usable: it does not start with http"},
   };
   runCases(cases);
-  EXPECT_EQ(sandbox.requestCount("/api/v1/device/ios/conf"), 1u);
+  EXPECT_EQ(sandbox.requestCount("/api/v1/device/ios/conf"), 3u);  // device-config and the two advertise runs
 }
 
 TEST(Cli, LoginSessionsAcrossRuns) {
