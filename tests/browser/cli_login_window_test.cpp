@@ -1,23 +1,21 @@
 // `velora login browser --custom` as a user runs it: the client opens its login window on the
 // browser tier's display, and the realm, with auto-login on, signs the demo user in at once.
 
-#include <fcntl.h>
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include <velora/velora.hpp>
 #include <velora/platform/WebKitWebView.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
+#include "CliProcess.hpp"
 #include "StoreSteps.hpp"
 
 namespace velora {
@@ -27,46 +25,18 @@ namespace fs = std::filesystem;
 
 constexpr auto kPatience = std::chrono::seconds(60);
 
-struct Result {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string slurp(const fs::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using Result = velora::testing::CliResult;
+using velora::testing::slurp;
 
 /// Runs the client with its state in `home` and the display of this process; the loop turns
 /// while it runs, so that the child's end is noticed without polling.
 Result runCli(GlibMainQueue& queue, const fs::path& home, std::vector<std::string> args) {
-  std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / "config").string(),
-                               "XDG_DATA_HOME=" + (home / "data").string(), "XDG_CACHE_HOME=" + (home / "cache").string()};
+  std::vector<std::string> display;
   for (const char* name : {"DISPLAY", "XAUTHORITY"}) {
-    if (const char* value = std::getenv(name)) env.push_back(std::string(name) + "=" + value);
+    if (const char* value = std::getenv(name)) display.push_back(std::string(name) + "=" + value);
   }
-  args.insert(args.begin(), VELORA_CLI_PATH);
-  const auto pointers = [](std::vector<std::string>& strings) {
-    std::vector<char*> out;
-    for (auto& s : strings) out.push_back(s.data());
-    out.push_back(nullptr);
-    return out;
-  };
-  auto argp = pointers(args);
-  auto envp = pointers(env);
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&files, 1, (home / "stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&files, 2, (home / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = -1;
-  const int spawned = posix_spawn(&pid, argp[0], &files, nullptr, argp.data(), envp.data());
-  posix_spawn_file_actions_destroy(&files);
-  Result result;
-  if (spawned != 0) return result;
+  const pid_t pid = velora::testing::startCli(VELORA_CLI_PATH, home, args, display);
+  if (pid < 0) return {};
 
   struct Exit {
     bool done = false;
@@ -85,10 +55,7 @@ Result runCli(GlibMainQueue& queue, const fs::path& home, std::vector<std::strin
     kill(pid, SIGKILL);
     queue.runUntil([&] { return exit.done; }, kPatience);
   }
-  result.exitCode = WIFEXITED(exit.status) ? WEXITSTATUS(exit.status) : 128 + WTERMSIG(exit.status);
-  result.out = slurp(home / "stdout");
-  result.err = slurp(home / "stderr");
-  return result;
+  return velora::testing::cliResult(home, exit.status);
 }
 
 TEST(CliLoginWindow, LogsInThroughTheWindowWithoutRememberingTheMethod) {

@@ -1,10 +1,8 @@
 // The velora client as a user runs it: a subprocess against an in-process sandbox, with its state
 // in private XDG folders and none of the caller's VELORA_* variables.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,7 +13,6 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,6 +21,7 @@
 
 #include "velora_sandbox/Sandbox.hpp"
 
+#include "CliProcess.hpp"
 #include "Fakes.hpp"
 #include "StoreSteps.hpp"
 
@@ -36,52 +34,15 @@ using velora::sandbox::SandboxOptions;
 
 using velora::testing::TempDir;
 
-struct Result {
-  int exitCode = -1;  // 128 + signal when the client was killed (an abort reads 134)
-  std::string out;
-  std::string err;
-};
+using Result = velora::testing::CliResult;
+using velora::testing::slurp;
 
-std::string slurp(const fs::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-/// Starts the client with standard input on /dev/null (so never a terminal) and its output in
-/// `home`/stdout and `home`/stderr; -1 when it could not start.
 pid_t startCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
-  std::vector<std::string> env{"PATH=/usr/bin:/bin", "HOME=" + home.string(),
-                               "XDG_CONFIG_HOME=" + (home / "config").string(),
-                               "XDG_DATA_HOME=" + (home / "data").string()};
-  env.insert(env.end(), extraEnv.begin(), extraEnv.end());
-  std::vector<std::string> argv{VELORA_CLI_PATH};
-  argv.insert(argv.end(), args.begin(), args.end());
-  const auto pointers = [](std::vector<std::string>& strings) {
-    std::vector<char*> out;
-    for (auto& s : strings) out.push_back(s.data());
-    out.push_back(nullptr);
-    return out;
-  };
-  auto argp = pointers(argv);
-  auto envp = pointers(env);
-
-  const fs::path outFile = home / "stdout", errFile = home / "stderr";
-  posix_spawn_file_actions_t files;
-  posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&files, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&files, 2, errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = -1;
-  const int spawned = posix_spawn(&pid, argp[0], &files, nullptr, argp.data(), envp.data());
-  posix_spawn_file_actions_destroy(&files);
-  return spawned == 0 ? pid : -1;
+  return velora::testing::startCli(VELORA_CLI_PATH, home, args, extraEnv);
 }
 
 Result finishCli(const fs::path& home, pid_t pid) {
-  Result result;
-  if (pid < 0) return result;
+  if (pid < 0) return {};
   // A hung client fails its case instead of the whole run.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   int status = 0;
@@ -93,10 +54,7 @@ Result finishCli(const fs::path& home, pid_t pid) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  result.out = slurp(home / "stdout");
-  result.err = slurp(home / "stderr");
-  return result;
+  return velora::testing::cliResult(home, status);
 }
 
 Result runCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
