@@ -17,8 +17,6 @@ inline constexpr std::uint16_t kDefaultBeaconMinor = 38704;
 /// The measured power (dBm at one metre) advertised without an Enlighted configuration: the usual
 /// calibration of a phone-class transmitter.
 inline constexpr std::int8_t kDefaultMeasuredPower = -59;
-/// The region's identifier.
-inline constexpr std::string_view kBeaconIdentifier = "velora.tag";
 
 // The PlatformError of a start that did not go on air: its domain is the message.
 inline constexpr std::string_view kInvalidTagFormat = "Invalid tag format. Please contact support.";
