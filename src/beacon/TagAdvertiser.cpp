@@ -49,17 +49,16 @@ void TagAdvertiser::start(BeaconIdentity identity, BLEDutyCycle cycle, Completio
 }
 
 void TagAdvertiser::stop() {
-  endDutyCycle();
   std::shared_ptr<BlePeripheral> peripheral;
   {
     std::lock_guard lock(mutex_);
     peripheral = std::exchange(peripheralManager_, nullptr);
     startupBlock_ = nullptr;
   }
-  if (peripheral) {
-    peripheral->setStateHandler(nullptr);
-    peripheral->stopAdvertising();
-  }
+  // Once the handler is gone (a running one is waited for), no duty cycle can start behind us.
+  if (peripheral) peripheral->setStateHandler(nullptr);
+  endDutyCycle();
+  if (peripheral) peripheral->stopAdvertising();
 }
 
 BlePowerState TagAdvertiser::bluetoothState() const {

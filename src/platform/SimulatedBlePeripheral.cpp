@@ -8,13 +8,9 @@ namespace {
 class Simulated final : public SimulatedBlePeripheral {
  public:
   void setStateHandler(StateHandler handler) override {
-    BlePowerState now;
-    {
-      std::lock_guard lock(mutex_);
-      stateHandler_ = handler;
-      now = state_;
-    }
-    if (handler) handler(now);
+    std::lock_guard telling(handlerMutex_);
+    stateHandler_ = std::move(handler);
+    if (auto told = stateHandler_) told(state());  // a copy: the handler may replace itself
   }
 
   BlePowerState state() const override {
@@ -60,12 +56,11 @@ class Simulated final : public SimulatedBlePeripheral {
   std::string description() const override { return "simulated peripheral"; }
 
   void setPowerState(BlePowerState state) override {
-    StateHandler handler;
+    std::lock_guard telling(handlerMutex_);
     SwitchObserver observer;
     {
       std::lock_guard lock(mutex_);
       state_ = state;
-      handler = stateHandler_;
       // A controller that goes down takes its advertisement with it.
       if (state != BlePowerState::poweredOn && advertised_) {
         advertised_.reset();
@@ -73,7 +68,7 @@ class Simulated final : public SimulatedBlePeripheral {
       }
     }
     if (observer) observer({false, std::nullopt});
-    if (handler) handler(state);
+    if (auto told = stateHandler_) told(state);
   }
 
   void failStartsWith(std::optional<std::string> error) override {
@@ -93,8 +88,11 @@ class Simulated final : public SimulatedBlePeripheral {
 
  private:
   mutable std::mutex mutex_;
+  // Held while the state handler is replaced or told something; recursive, since a handler may
+  // replace itself.
+  std::recursive_mutex handlerMutex_;
+  StateHandler stateHandler_;  // guarded by handlerMutex_
   BlePowerState state_ = BlePowerState::poweredOn;
-  StateHandler stateHandler_;
   SwitchObserver observer_;
   std::optional<std::string> failure_;
   std::optional<BeaconIdentity> advertised_;

@@ -41,7 +41,9 @@ class BlePeripheral {
   virtual ~BlePeripheral() = default;
 
   /// Follows the power state: `handler` is told the current state at once and then every change,
-  /// on the peripheral's thread. A later call replaces the handler; an empty one stops it.
+  /// on the peripheral's thread. A later call replaces the handler; an empty one stops it. When the
+  /// call returns the old handler is not running (a running one is waited for, unless the call
+  /// comes from inside it) and never runs again.
   virtual void setStateHandler(StateHandler handler) = 0;
   virtual BlePowerState state() const = 0;
 
