@@ -476,7 +476,9 @@ TicketForm readTicketForm(const Reader& r, const json& manager, const std::strin
   if (!attributes.contains("description")) {
     r.fail(where + ".fields", "needs the field \"description\", which tickets take their description from");
   }
-  for (const auto& [choice, fields] : r.member(manager, where, "extraFields").items()) {
+  for (const auto& extra : r.member(manager, where, "extraFields").items()) {
+    const std::string& choice = extra.key();
+    const json& fields = extra.value();
     const std::string extraWhere = where + ".extraFields." + choice;
     const json& choices = (*decider)["values"];
     if (std::none_of(choices.begin(), choices.end(), [&](const json& c) { return c["selectValueId"] == choice; })) {

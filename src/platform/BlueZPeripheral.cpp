@@ -22,7 +22,6 @@ namespace {
 constexpr const char* kBlueZ = "org.bluez";
 constexpr const char* kAdapterInterface = "org.bluez.Adapter1";
 constexpr const char* kManagerInterface = "org.bluez.LEAdvertisingManager1";
-constexpr const char* kAdvertisementInterface = "org.bluez.LEAdvertisement1";
 constexpr int kCallTimeoutMs = 10000;
 
 constexpr const char* kAdvertisementXml =

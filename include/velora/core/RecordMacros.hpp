@@ -13,7 +13,7 @@
 
 /// VELORA_RECORD without the equality, for a record that compares in its own way.
 #define VELORA_FIELDS(Type, ...)                       \
-  static constexpr std::string_view typeName = #Type; \
+  [[maybe_unused]] static constexpr std::string_view typeName = #Type; \
   VELORA_FIELD_TABLE(Type, __VA_ARGS__)
 
 /// Only the field table, for a base that lends its fields to records named elsewhere.
