@@ -39,8 +39,9 @@ constexpr auto kPhaseLimit = 20s;
 /// Every path but the identity realm's, so that renewals still reach the token endpoint.
 const std::string kPlatformPaths = "(?!/realms/).*";
 const std::string kTokenPath = std::string("/realms/") + demo::kRealm + "/protocol/openid-connect/token";
-/// A session's access token lives 300 s in the sandbox; this takes the client's clock past its
-/// end and leaves the refresh token (1800 s) valid.
+/// A session's access token lives 300 s; this takes the client's clock past its end and leaves the
+/// refresh token (1800 s, renewed with each refresh) valid. The sandbox's clock stays, as its
+/// bookings depend on it.
 constexpr auto kPastAccessToken = 400s;
 
 // ---- one answer -------------------------------------------------------------------------------
@@ -187,7 +188,7 @@ const Column kColumns[] = {
     {Fault::unauthorizedOnce, "401 once",
      "the client's clock has moved past the access token's lifetime: the pipeline renews once at the token "
      "endpoint before sending, and the request behaves as the baseline (`downloadSdkImage` never renews: its "
-     "request goes out on the session as it is)"},
+     "request goes out on the session as it is, which the sandbox, its clock unmoved, still accepts)"},
     {Fault::unauthorizedAlways, "401 always",
      "as `401 once`, and every platform path answers the platform's 401: after its one renewal the request's 401 "
      "is reported, not renewed again"},
@@ -418,19 +419,16 @@ class OperationMatrix {
     }
     auto& cells = cells_[fault];
     cells.resize(subjects_.size());
-    std::vector<std::shared_ptr<Probe>> probes;
     for (std::size_t i = 0; i < subjects_.size(); ++i) {
-      // The wrong shape depends on the reply; its rule is narrowed to the operation's path.
+      // The wrong shape depends on the reply, so each operation gets a rule for its own path.
       if (fault == Fault::wrongShape) {
         auto rule = rulesFor(fault, subjects_[i].entry->replyType).front();
         rule.path = requestPath(i);
         rule.method = subjects_[i].entry->method;
         sandbox_->addFault(rule);
       }
-    }
-    if (fault == Fault::slowHeaders) {
-      for (std::size_t i = 0; i < subjects_.size(); ++i) {
-        if (imageReply(*subjects_[i].entry)) sandbox_->addFault({.path = requestPath(i), .action = FaultAction::delay, .delayMs = 1500});
+      if (fault == Fault::slowHeaders && imageReply(*subjects_[i].entry)) {
+        sandbox_->addFault({.path = requestPath(i), .action = FaultAction::delay, .delayMs = 1500});
       }
     }
     if (fault != Fault::wrongShape) {
