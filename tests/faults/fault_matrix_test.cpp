@@ -236,7 +236,7 @@ std::vector<FaultRule> rulesFor(Fault fault, const std::string& replyType) {
                .status = 503,
                .body = R"({"error":"temporarily_unavailable","error_description":"The token endpoint is down"})"}};
     // Held until the sandbox stops, so that no route runs behind the cells that follow.
-    case Fault::slowHeaders: return every({.action = FaultAction::delay, .delayMs = 600000});
+    case Fault::slowHeaders: return every({.action = FaultAction::delay, .delayMs = 1500});
     case Fault::redirectLoop: return every({.action = FaultAction::redirectLoop});
     case Fault::refused:
     case Fault::unauthorizedOnce: break;
@@ -389,6 +389,18 @@ class OperationMatrix {
 
   /// Checks every cell and renders the table.
   std::string report() const;
+  /// Whether a call never answered: its transfer may still hold the facade and the sandbox.
+  bool anyUnanswered() const {
+    const auto silent = [](const std::shared_ptr<Probe>& p) { return p && p->get().count == 0; };
+    for (const auto& [fault, cells] : cells_) {
+      for (const Cell& cell : cells) {
+        for (int f : {0, 1}) {
+          if (silent(cell.during[f]) || silent(cell.after[f])) return true;
+        }
+      }
+    }
+    return false;
+  }
   std::size_t cellCount() const { return subjects_.size() * std::size(kColumns) * std::size(kForms); }
 
  private:
@@ -770,12 +782,15 @@ std::string firstDifference(const std::string& a, const std::string& b) {
 
 TEST(FaultMatrix, EveryOperationAndStreamUnderEveryFault) {
   const auto started = std::chrono::steady_clock::now();
-  OperationMatrix operations;
-  operations.run();
+  auto operations = std::make_unique<OperationMatrix>();
+  operations->run();
   StreamMatrix streams;
   streams.run();
-  const std::size_t cells = operations.cellCount() + streams.cellCount();
-  const std::string observed = document(operations.report(), streams.report(), cells);
+  const std::size_t cells = operations->cellCount() + streams.cellCount();
+  const std::string observed = document(operations->report(), streams.report(), cells);
+  // A call that never answered has already failed its cell; tearing its facade and sandbox down
+  // under it could hang the binary instead, so they are left to the process's end.
+  if (operations->anyUnanswered()) (void)operations.release();
   const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   std::printf("fault matrix: %zu cells in %.1f s\n", cells, seconds);
 
