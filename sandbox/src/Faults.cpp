@@ -37,13 +37,14 @@ constexpr int kMaxDelayMs = 10 * 60 * 1000;
 constexpr const char* kMalformedBody = R"({"velora-sandbox":"malformed)";
 constexpr const char* kInjectedMessage = "Injected by a sandbox fault rule";
 
-constexpr std::array<std::pair<FaultAction, std::string_view>, 6> kActionNames = {{
+constexpr std::array<std::pair<FaultAction, std::string_view>, 7> kActionNames = {{
     {FaultAction::status, "status"},
     {FaultAction::delay, "delay"},
     {FaultAction::malformedBody, "malformedBody"},
     {FaultAction::truncatedBody, "truncatedBody"},
     {FaultAction::closeMidBody, "closeMidBody"},
     {FaultAction::dropConnection, "dropConnection"},
+    {FaultAction::redirectLoop, "redirectLoop"},
 }};
 
 std::string_view actionName(FaultAction action) {
@@ -139,7 +140,7 @@ FaultRule parseRule(const json& in, const std::string& where) {
                                     [&name](const auto& entry) { return entry.second == name; });
     if (known == kActionNames.end()) {
       throw RequestError(400, where + "action must be one of status, unauthorized, delay, malformedBody, "
-                                      "truncatedBody, closeMidBody, dropConnection");
+                                      "truncatedBody, closeMidBody, dropConnection, redirectLoop");
     }
     rule.action = known->first;
   }
@@ -160,6 +161,7 @@ FaultRule parseRule(const json& in, const std::string& where) {
       ownKeys = {"bytes"};
       break;
     case FaultAction::dropConnection:
+    case FaultAction::redirectLoop:
       break;
   }
   for (const auto& [key, value] : in.items()) {
@@ -371,6 +373,12 @@ void FaultSwitches::wakeAll() {
 bool answerInstead(const FaultRule& rule, const httplib::Request& req, httplib::Response& res) {
   if (rule.action == FaultAction::dropConnection) {
     drop(req, res);
+    return true;
+  }
+  if (rule.action == FaultAction::redirectLoop) {
+    // The target as received, query included, so that every round asks for the same thing.
+    res.status = 302;
+    res.set_header("Location", req.target.empty() ? req.path : req.target);
     return true;
   }
   if (rule.action != FaultAction::status) {

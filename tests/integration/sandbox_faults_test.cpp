@@ -63,6 +63,8 @@ TEST(FaultActions, PutWhatTheySayOnTheWire) {
       {"close mid-stream", {.action = FaultAction::closeMidBody, .bytes = 5}, "/test/stream?events=3&close=1",
        "HTTP/1.1 200 OK\r\n|Content-Type: text/event-stream\r\n", "5\r\nid: 1\r\n"},
       {"drop: not even a status line", {.action = FaultAction::dropConnection}, kCheckPath, "", ""},
+      {"redirect to itself, query kept", {.action = FaultAction::redirectLoop}, std::string(kCheckPath) + "?x=1",
+       "HTTP/1.1 302 Found\r\n|Location: " + std::string(kCheckPath) + "?x=1\r\n", ""},
   };
   Sandbox sandbox;
   for (auto c : cases) {

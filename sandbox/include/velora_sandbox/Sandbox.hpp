@@ -103,6 +103,9 @@ enum class FaultAction {
   closeMidBody,
   /// Close the connection without answering at all.
   dropConnection,
+  /// Answer 302 with the request's own path and query as Location: a client that follows
+  /// redirects goes round until it gives up.
+  redirectLoop,
 };
 
 /// A switch that makes matching requests misbehave, whatever route (or none) they reach.
