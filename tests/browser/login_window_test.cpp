@@ -248,13 +248,7 @@ class LoginWindowTest : public ::testing::Test {
 
   std::shared_ptr<GlibMainQueue> queue = std::make_shared<GlibMainQueue>();
   std::shared_ptr<CustomAuthenticationHandler> handler = makeWebKitCustomAuthenticationHandler(queue);
-  sandbox::Sandbox sandbox{[] {
-    sandbox::SandboxOptions options;
-    options.threads = 4;
-    // The web engine keeps its connections open; the sandbox stops sooner when they idle out soon.
-    options.keepAliveTimeoutSeconds = 1;
-    return options;
-  }()};
+  sandbox::Sandbox sandbox{testing::browserSandboxOptions()};
 };
 
 TEST_F(LoginWindowTest, LoginThroughTheRealmFormEndsWithAToken) {

@@ -2,7 +2,6 @@
 // back from the page, clicks and room crossings reaching the delegate, an expired token on the
 // page renewed once at the realm, and a snapshot of what the page drew.
 
-#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -12,6 +11,7 @@
 #include <velora/velora.hpp>
 #include <velora_sandbox/Sandbox.hpp>
 
+#include "BrowserSupport.hpp"
 #include "integration/OverHttp.hpp"
 
 namespace velora {
@@ -88,12 +88,7 @@ class MapViewInBrowser : public ::testing::Test {
 
   std::shared_ptr<GlibMainQueue> queue = std::make_shared<GlibMainQueue>();
   std::shared_ptr<testing::ManualClock> clock = std::make_shared<testing::ManualClock>();
-  sandbox::Sandbox sandbox{[] {
-    sandbox::SandboxOptions options;
-    options.threads = 4;
-    options.keepAliveTimeoutSeconds = 1;
-    return options;
-  }()};
+  sandbox::Sandbox sandbox{testing::browserSandboxOptions()};
   std::shared_ptr<Orvane> sdk;
   std::shared_ptr<WebView> web;
   std::shared_ptr<DynamicMapView> view;
@@ -186,19 +181,7 @@ TEST_F(MapViewInBrowser, TheSnapshotIsAPngOfTheDrawnPlan) {
   web->takeSnapshot([&](auto image, auto) { png = std::move(image), done = true; });
   ASSERT_TRUE(waitFor([&] { return done; }));
   ASSERT_TRUE(png);
-  struct Reader {
-    const std::vector<std::uint8_t>* bytes;
-    std::size_t at = 0;
-  } reader{&*png};
-  cairo_surface_t* image = cairo_image_surface_create_from_png_stream(
-      [](void* closure, unsigned char* data, unsigned int length) {
-        auto* r = static_cast<Reader*>(closure);
-        if (r->at + length > r->bytes->size()) return CAIRO_STATUS_READ_ERROR;
-        std::copy_n(r->bytes->data() + r->at, length, data);
-        r->at += length;
-        return CAIRO_STATUS_SUCCESS;
-      },
-      &reader);
+  cairo_surface_t* image = testing::decodePng(*png);
   ASSERT_EQ(cairo_surface_status(image), CAIRO_STATUS_SUCCESS);
   const int width = cairo_image_surface_get_width(image);
   const int height = cairo_image_surface_get_height(image);

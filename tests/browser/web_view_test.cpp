@@ -1,7 +1,6 @@
 // The WebKitGTK web view against real pages, on a virtual display. Every callback must arrive on
 // the GLib main loop's thread, which is the test's own thread here.
 
-#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -86,13 +85,7 @@ class WebViewTest : public ::testing::Test {
 
   GlibMainQueue queue;
   const std::thread::id testThread = std::this_thread::get_id();
-  sandbox::Sandbox sandbox{[] {
-    sandbox::SandboxOptions options;
-    options.threads = 4;
-    // The web engine keeps its connections open; the sandbox stops sooner when they idle out soon.
-    options.keepAliveTimeoutSeconds = 1;
-    return options;
-  }()};
+  sandbox::Sandbox sandbox{testing::browserSandboxOptions()};
   std::shared_ptr<WebView> view;
   std::vector<std::string> started;
   std::vector<std::string> finished;
@@ -226,19 +219,6 @@ TEST_F(WebViewTest, ColorSchemeReachesTheMediaQuery) {
   }
 }
 
-struct Png {
-  std::vector<std::uint8_t> bytes;
-  std::size_t read = 0;
-};
-
-cairo_status_t readPng(void* closure, unsigned char* data, unsigned int length) {
-  auto* png = static_cast<Png*>(closure);
-  if (png->bytes.size() - png->read < length) return CAIRO_STATUS_READ_ERROR;
-  std::copy_n(png->bytes.begin() + static_cast<std::ptrdiff_t>(png->read), length, data);
-  png->read += length;
-  return CAIRO_STATUS_SUCCESS;
-}
-
 TEST_F(WebViewTest, SnapshotIsAPngOfWhatIsShown) {
   loadAndWait(pageUrl("<body style='margin:0;background:rgb(255,0,0)'>"
                       "<div style='position:absolute;left:0;top:0;width:160px;height:240px;background:rgb(0,0,255)'>"
@@ -258,8 +238,7 @@ TEST_F(WebViewTest, SnapshotIsAPngOfWhatIsShown) {
   ASSERT_GE(png->size(), signature.size());
   EXPECT_TRUE(std::equal(signature.begin(), signature.end(), png->begin()));
 
-  Png source{*png};
-  cairo_surface_t* image = cairo_image_surface_create_from_png_stream(readPng, &source);
+  cairo_surface_t* image = testing::decodePng(*png);
   ASSERT_EQ(cairo_surface_status(image), CAIRO_STATUS_SUCCESS);
   EXPECT_EQ(cairo_image_surface_get_width(image), 320);
   EXPECT_EQ(cairo_image_surface_get_height(image), 240);

@@ -160,12 +160,8 @@ TEST_F(AuthOverHttp, EveryLoginFlowReachesAProtectedRoute) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto f = facade(c.mode, std::make_shared<testing::MemorySecureStore>());
-    try {
-      f->getConfiguration(std::nullopt).get();  // the awaitable form sends without a token
-      ADD_FAILURE() << "a protected route answered without a token";
-    } catch (const APIError& e) {
-      EXPECT_EQ(e.responseMessage.code, 401);
-    }
+    // The awaitable form sends without a token.
+    EXPECT_EQ(testing::failureOf(f->getConfiguration(std::nullopt)).code, 401);
     auto token = c.login(*f);
     EXPECT_TRUE(token.accessTokenValid(clock_->now()));
     EXPECT_EQ(f->authStatus(), AuthenticationStatus::authenticated);

@@ -19,16 +19,7 @@ using sandbox::FaultAction;
 using sandbox::FaultRule;
 namespace demo = sandbox::demo;
 
-template <class T>
-ResponseMessage failureOf(Task<T> task) {
-  try {
-    task.get();
-  } catch (const APIError& e) {
-    return e.responseMessage;
-  }
-  ADD_FAILURE() << "the operation succeeded";
-  return {};
-}
+using testing::failureOf;
 
 class BookingOverHttp : public ::testing::Test {
  protected:

@@ -1,61 +1,26 @@
 // The sandbox's booking engine over HTTP: searching, booking and editing with conflicts, the
 // agendas and home screen that reflect it, lockers, favourites, and the booking data's checks.
 
-#include <gtest/gtest.h>
-#include <httplib.h>
-
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "velora_sandbox/Sandbox.hpp"
+#include "SandboxClient.hpp"
 
 namespace {
 
 using nlohmann::json;
-using velora::sandbox::Sandbox;
 namespace demo = velora::sandbox::demo;
 
-struct Reply {
-  int status = 0;
-  json body;
-};
+using Platform = velora::testing::SandboxPlatform;
+using Reply = Platform::Reply;
 
-// A sandbox and a client speaking for one of its users at a time.
-struct Platform {
-  Sandbox sandbox;
-  httplib::Client client{sandbox.baseUrl()};
-  std::string demoToken = sandbox.issueAccessToken(demo::kUser);
-  std::string aliceToken = sandbox.issueAccessToken(demo::kAliceUser);
-
-  Reply call(const std::string& method, const std::string& target, const json& body = nullptr,
-             const std::string& user = demo::kUser) {
-    httplib::Request req;
-    req.method = method;
-    req.path = target;
-    if (!body.is_null()) {
-      req.body = body.dump();
-      req.set_header("Content-Type", "application/json");
-    }
-    if (!user.empty()) {
-      req.set_header("Authorization", "Bearer " + (user == demo::kUser ? demoToken : aliceToken));
-    }
-    const auto res = client.send(req);
-    if (!res) {
-      ADD_FAILURE() << method << " " << target << ": no answer";
-      return {};
-    }
-    return {res->status, json::parse(res->body, nullptr, false)};
-  }
-
-  // The sandbox's today, as a locker booking reports it.
-  std::string today() {
-    const Reply locker = call("POST", "/api/v2/locker/booking", {{"resourceId", "4103"}});
-    EXPECT_EQ(locker.status, 200);
-    EXPECT_EQ(call("POST", "/api/v2/locker/release/" + locker.body.value("id", "")).status, 200);
-    return locker.body.value("day", "");
-  }
-};
+// The sandbox's today, as a locker booking reports it.
+std::string today(Platform& p) {
+  const Reply locker = p.call("POST", "/api/v2/locker/booking", {{"resourceId", "4103"}});
+  EXPECT_EQ(locker.status, 200);
+  EXPECT_EQ(p.call("POST", "/api/v2/locker/release/" + locker.body.value("id", "")).status, 200);
+  return locker.body.value("day", "");
+}
 
 std::vector<std::string> ids(const json& list) {
   std::vector<std::string> found;
@@ -110,7 +75,7 @@ TEST(SandboxBooking, SearchFiltersByKindTextPlaceServicesAndFreeTime) {
 
 TEST(SandboxBooking, BookingConflictsEditsAndShowsInAgendaSlotsAndHomeUntilDeleted) {
   Platform p;
-  const std::string day = p.today();
+  const std::string day = today(p);
   json request = {{"elementId", "1104"}, {"elementType", "DESK"}, {"dayStart", day},
                   {"start", "09:00"},    {"end", "10:00"},        {"meetingName", "Focus time"}};
   const Reply made = p.call("POST", "/api/v2/schedule", request);
@@ -179,7 +144,7 @@ TEST(SandboxBooking, NearestLockerPrefersTheDeskFloorThenDistance) {
     SCOPED_TRACE(c.desk + " " + c.size);
     Platform p;
     if (!c.desk.empty()) {
-      ASSERT_EQ(p.call("POST", "/api/v2/schedule", {{"elementId", c.desk}, {"elementType", "DESK"}, {"dayStart", p.today()}})
+      ASSERT_EQ(p.call("POST", "/api/v2/schedule", {{"elementId", c.desk}, {"elementType", "DESK"}, {"dayStart", today(p)}})
                     .status,
                 200);
     }

@@ -1,6 +1,6 @@
 // The sandbox's map page over real HTTP: its files and their content types, the page functions
-// the map view calls, the building data behind the bearer check, and the realm's login form
-// that an embedded login window fills in.
+// the map view calls and the building data it draws. The building data's bearer check and the
+// realm's login form are tested with the realm.
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,6 @@ namespace {
 
 using nlohmann::json;
 using velora::sandbox::Sandbox;
-using velora::sandbox::SandboxOptions;
 namespace demo = velora::sandbox::demo;
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
@@ -89,32 +87,6 @@ TEST(MapPage, BridgeDefinesEveryPageFunction) {
   EXPECT_TRUE(contains(bridge->body, "console.log("));
 }
 
-TEST(MapPage, BuildingDataNeedsALiveBearerToken) {
-  Sandbox sandbox;
-  httplib::Client client(sandbox.baseUrl());
-  struct Case {
-    const char* name;
-    std::optional<std::string> authorization;
-    int status;
-  };
-  const Case cases[] = {
-      {"no token", std::nullopt, 401},
-      {"unknown token", "Bearer not-a-token", 401},
-      {"another scheme", "Basic " + sandbox.issueAccessToken(demo::kUser), 401},
-      {"live token", "Bearer " + sandbox.issueAccessToken(demo::kUser), 200},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    httplib::Headers headers;
-    if (c.authorization) {
-      headers.emplace("Authorization", *c.authorization);
-    }
-    const auto res = client.Get("/api/v1/map/building", headers);
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, c.status);
-  }
-}
-
 TEST(MapPage, BuildingDataHasTheFloorsRoomsAndPlacedResources) {
   Sandbox sandbox;
   httplib::Client client(sandbox.baseUrl());
@@ -173,67 +145,6 @@ TEST(MapPage, BuildingDataHasTheFloorsRoomsAndPlacedResources) {
     }
   }
   EXPECT_EQ(body["resources"][0]["type"], "DESK");
-}
-
-TEST(LoginForm, SignsInThroughTheFormWhenAutoLoginIsOff) {
-  const std::string auth =
-      "/realms/velora/protocol/openid-connect/auth?client_id=velora-app&response_type=code"
-      "&redirect_uri=http%3A%2F%2F127.0.0.1%3A1234%2Fcb&state=st-42";
-  const std::string hidden = "&client_id=velora-app&redirect_uri=http%3A%2F%2F127.0.0.1%3A1234%2Fcb&state=st-42";
-  Sandbox sandbox;
-  httplib::Client client(sandbox.baseUrl());
-  client.set_url_encode(false);
-  const auto page = client.Get(auth);
-  ASSERT_TRUE(page);
-  EXPECT_EQ(page->status, 200);
-  for (const char* html : {R"(<form id="login" method="post" action="/realms/velora/login-actions/authenticate">)",
-                           R"(name="username" type="text")", R"(name="password" type="password")",
-                           R"(name="state" value="st-42")", R"(<meta name="viewport")", R"(type="submit")"}) {
-    EXPECT_TRUE(contains(page->body, html)) << html;
-  }
-  EXPECT_FALSE(contains(page->body, R"(id="error")"));
-
-  struct Case {
-    const char* name;
-    const char* credentials;
-    int status;
-  };
-  const Case cases[] = {
-      {"wrong password", "username=demo&password=wrong", 200},
-      {"unknown user", "username=nobody&password=demo-password", 200},
-      {"another user's password", "username=demo&password=alice-password", 200},
-      {"right password", "username=demo&password=demo-password", 302},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto res = client.Post("/realms/velora/login-actions/authenticate", c.credentials + hidden,
-                                 "application/x-www-form-urlencoded");
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, c.status);
-    if (c.status == 200) {
-      EXPECT_TRUE(contains(res->body, R"(<p id="error" role="alert">Invalid username or password.</p>)"));
-      EXPECT_TRUE(contains(res->body, R"(name="state" value="st-42")"));
-      EXPECT_TRUE(res->get_header_value("Location").empty());
-    } else {
-      const std::string location = res->get_header_value("Location");
-      EXPECT_TRUE(location.starts_with("http://127.0.0.1:1234/cb?state=st-42&session_state=")) << location;
-      EXPECT_TRUE(contains(location, "&code=")) << location;
-    }
-  }
-}
-
-TEST(LoginForm, IsSkippedWhenAutoLoginIsOn) {
-  SandboxOptions options;
-  options.autoLoginUser = demo::kUser;
-  Sandbox sandbox(options);
-  httplib::Client client(sandbox.baseUrl());
-  client.set_url_encode(false);
-  const auto res = client.Get(
-      "/realms/velora/protocol/openid-connect/auth?client_id=velora-app&response_type=code"
-      "&redirect_uri=http%3A%2F%2F127.0.0.1%3A1234%2Fcb&state=s9");
-  ASSERT_TRUE(res);
-  EXPECT_EQ(res->status, 302);
-  EXPECT_TRUE(res->get_header_value("Location").starts_with("http://127.0.0.1:1234/cb?state=s9&session_state="));
 }
 
 // The scripts as the sandbox serves them must at least parse; their behaviour is tested in a

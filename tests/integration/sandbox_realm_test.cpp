@@ -226,18 +226,29 @@ TEST(LoginPage, FormSignsInAndShowsItAgainAfterBadCredentials) {
   const auto page = realm.get(kAuthPath + kAuthQuery + "&state=%22%3E%3Cscript%3E");
   ASSERT_TRUE(page);
   EXPECT_EQ(page->status, 200);
-  for (const char* html : {R"(action="/realms/velora/login-actions/authenticate")",
+  for (const char* html : {R"(<form id="login" method="post" action="/realms/velora/login-actions/authenticate">)",
+                           R"(name="username" type="text")", R"(name="password" type="password")",
+                           R"(<meta name="viewport")", R"(type="submit")",
                            R"(name="redirect_uri" value="http://127.0.0.1:1234/cb")",
                            R"(name="state" value="&quot;&gt;&lt;script&gt;")"}) {
     EXPECT_NE(page->body.find(html), std::string::npos) << html;
   }
+  EXPECT_EQ(page->body.find(R"(id="error")"), std::string::npos);
   const std::string authenticate = kRealmPath + "/login-actions/authenticate";
   const std::string hidden = "&client_id=velora-app&state=s1" + kRedirectForm;
-  const auto bad = realm.post(authenticate, "username=alice&password=demo-password" + hidden);
-  ASSERT_TRUE(bad);
-  EXPECT_EQ(bad->status, 200);
-  EXPECT_NE(bad->body.find("Invalid username or password."), std::string::npos);
-  EXPECT_NE(bad->body.find(R"(autofocus value="alice")"), std::string::npos);
+  // Another user's password, a wrong one, an unknown user: the form again, what was typed kept.
+  for (const std::string user : {"alice", "demo", "nobody"}) {
+    SCOPED_TRACE(user);
+    const auto bad = realm.post(authenticate, "username=" + user + "&password=" +
+                                                  (user == "alice" ? "demo-password" : "wrong") + hidden);
+    ASSERT_TRUE(bad);
+    EXPECT_EQ(bad->status, 200);
+    EXPECT_EQ(bad->get_header_value("Location"), "");
+    for (const std::string& html : {std::string(R"(<p id="error" role="alert">Invalid username or password.</p>)"),
+                                   R"(autofocus value=")" + user + '"', std::string(R"(name="state" value="s1")")}) {
+      EXPECT_NE(bad->body.find(html), std::string::npos) << html;
+    }
+  }
   const auto elsewhere = realm.post(authenticate, "username=alice&password=alice-password"
                                                   "&client_id=velora-app&redirect_uri=http://x.y/");
   ASSERT_TRUE(elsewhere);
@@ -415,6 +426,8 @@ TEST(Bearer, PlatformRoutesOutsideThePublicOnesNeedALiveAccessToken) {
       {conf, "Bearer " + live["refresh_token"].get<std::string>(), 401},
       {conf, "Bearer " + expired, 401},
       {"/api/v1/public/diagnostic/check", "", 200},
+      {"/api/v1/map/building", "", 401},
+      {"/api/v1/map/building", "Bearer " + token, 200},
       {scan + "DEMO-QR-1", "", 401},
       {scan + "DEMO-QR-1", "Bearer " + token, 200},
       {scan + "demo-qr-1", "Bearer " + token, 404,

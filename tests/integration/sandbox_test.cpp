@@ -1,10 +1,8 @@
 // The sandbox over real HTTP: the server properties the integration tests rely on, the
 // platform routes' contract and the test routes' controls.
 
-#include "velora_sandbox/Sandbox.hpp"
+#include "SandboxClient.hpp"
 
-#include <gtest/gtest.h>
-#include <httplib.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -34,19 +32,6 @@ int localPort(int sock) {
   socklen_t len = sizeof addr;
   return getsockname(sock, reinterpret_cast<sockaddr*>(&addr), &len) == 0 ? ntohs(addr.sin_port)
                                                                           : -1;
-}
-
-httplib::Result request(httplib::Client& client, const std::string& method,
-                        const std::string& target, const std::string& body = {},
-                        const std::string& bearer = {}) {
-  httplib::Request req;
-  req.method = method;
-  req.path = target;
-  req.body = body;
-  if (!bearer.empty()) {
-    req.set_header("Authorization", "Bearer " + bearer);
-  }
-  return client.send(req);
 }
 
 TEST(SandboxServer, BindsDistinctFreePortsAndRefusesATakenOne) {
@@ -160,24 +145,20 @@ TEST(DeviceConfiguration, ValidatesTheRequestAndAnswersTheAdvertisingConfigurati
       {R"({"appId":"app","uuid":""})", 400, "uuid"},
       {R"({"appId":"app","uuid":"device-1","tagid":5})", 400, "tagid"},
   };
-  Sandbox sandbox;
-  httplib::Client client(sandbox.baseUrl());
-  const std::string token = sandbox.issueAccessToken(velora::sandbox::demo::kUser);
+  velora::testing::SandboxPlatform p;
   std::string derivedTag;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.body);
-    const auto res = request(client, "POST", "/api/v1/device/ios/conf", c.body, token);
-    ASSERT_TRUE(res);
-    ASSERT_EQ(res->status, c.status);
-    const json answer = json::parse(res->body);
+    const auto res = p.send("POST", "/api/v1/device/ios/conf", c.body);
+    ASSERT_EQ(res.status, c.status);
+    const json& answer = res.body;
     if (c.status != 200) {
       EXPECT_EQ(answer["code"], c.status);
       EXPECT_NE(answer["message"].get<std::string>().find(c.expected), std::string::npos);
       continue;
     }
     EXPECT_EQ(answer.value("appId", "") + answer.value("uuid", ""), "appdevice-1");
-    const json& conf = answer["iosadvConf"];
-    const auto tag = conf["tagid"].get<std::string>();
+    const auto tag = answer["iosadvConf"]["tagid"].get<std::string>();
     if (c.expected.empty()) {  // derived: 12 hex digits, the same for the same device
       EXPECT_EQ(tag.find_first_not_of("0123456789abcdef"), std::string::npos);
       EXPECT_EQ(tag.size(), 12u);
@@ -187,10 +168,8 @@ TEST(DeviceConfiguration, ValidatesTheRequestAndAnswersTheAdvertisingConfigurati
       EXPECT_EQ(tag, c.expected);
     }
   }
-  const auto other = request(client, "POST", "/api/v1/device/ios/conf",
-                             R"({"appId":"app","uuid":"device-2"})", token);
-  ASSERT_TRUE(other);
-  EXPECT_NE(json::parse(other->body)["iosadvConf"]["tagid"], derivedTag);
+  EXPECT_NE(p.send("POST", "/api/v1/device/ios/conf", R"({"appId":"app","uuid":"device-2"})").body["iosadvConf"]["tagid"],
+            derivedTag);
 }
 
 TEST(Images, ServeCompleteFilesAndGuardThePrivateRouteWithABearerToken) {
@@ -245,16 +224,14 @@ TEST(TestRoutes, AnswerTheRequestedStatusBodyTypeAndLocation) {
       {"DELETE", "/nowhere", 404, R"({"code":404,"message":"No route for DELETE /nowhere"})",
        "application/json", ""},
   };
-  Sandbox sandbox;
-  httplib::Client client(sandbox.baseUrl());
+  velora::testing::SandboxPlatform p;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.method + " " + c.target);
-    const auto res = request(client, c.method, c.target);
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, c.status);
-    EXPECT_TRUE(c.body == "*" || res->body == c.body) << res->body;
-    EXPECT_TRUE(c.type == "*" || res->get_header_value("Content-Type") == c.type);
-    EXPECT_EQ(res->get_header_value("Location"), c.location);
+    const auto res = p.send(c.method, c.target, {}, {}, "");
+    EXPECT_EQ(res.status, c.status);
+    EXPECT_TRUE(c.body == "*" || res.raw == c.body) << res.raw;
+    EXPECT_TRUE(c.type == "*" || res.contentType == c.type);
+    EXPECT_EQ(res.location, c.location);
   }
 }
 

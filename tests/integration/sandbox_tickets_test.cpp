@@ -3,32 +3,23 @@
 // who may delete what, and the notification a filed ticket posts. Also the multipart reader on
 // its own, split at the places that are easy to get wrong.
 
-#include <gtest/gtest.h>
-#include <httplib.h>
-
-#include <nlohmann/json.hpp>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "Multipart.hpp"
-#include "velora_sandbox/Sandbox.hpp"
+#include "SandboxClient.hpp"
 
 namespace {
 
 using nlohmann::json;
-using velora::sandbox::Sandbox;
 namespace demo = velora::sandbox::demo;
 namespace detail = velora::sandbox::detail;
 
 const std::string kBoundary = "3f1c9a2e-7b44-4d0e-9a51-c2d8e6f0b713";
 
-struct Reply {
-  int status = 0;
-  json body;
-  std::string raw;
-  std::string contentType;
-};
+using Platform = velora::testing::SandboxPlatform;
+using Reply = Platform::Reply;
 
 struct Piece {
   std::string disposition;
@@ -56,39 +47,9 @@ Piece filePiece(const std::string& name, const std::string& type, const std::str
 const std::string kPhoto = std::string("\xFF\xD8\xFF\xE0\r\n--\r\n\r\n--", 14) + kBoundary.substr(0, 8) +
                           std::string("\0\r\n--x\xFF\xD9\r\n", 10);
 
-struct Platform {
-  Sandbox sandbox;
-  httplib::Client client{sandbox.baseUrl()};
-  std::string demoToken = sandbox.issueAccessToken(demo::kUser);
-  std::string aliceToken = sandbox.issueAccessToken(demo::kAliceUser);
-
-  Reply send(const std::string& method, const std::string& target, const std::string& body = {},
-             const std::string& contentType = {}, const std::string& user = demo::kUser) {
-    httplib::Request req;
-    req.method = method;
-    req.path = target;
-    req.body = body;
-    if (!contentType.empty()) {
-      req.set_header("Content-Type", contentType);
-    }
-    if (!user.empty()) {
-      req.set_header("Authorization", "Bearer " + (user == demo::kUser ? demoToken : aliceToken));
-    }
-    const auto res = client.send(req);
-    if (!res) {
-      ADD_FAILURE() << method << " " << target << ": no answer";
-      return {};
-    }
-    return {res->status, json::parse(res->body, nullptr, false), res->body, res->get_header_value("Content-Type")};
-  }
-  Reply call(const std::string& method, const std::string& target, const json& body = nullptr,
-             const std::string& user = demo::kUser) {
-    return send(method, target, body.is_null() ? "" : body.dump(), body.is_null() ? "" : "application/json", user);
-  }
-  Reply save(const std::string& manager, const std::string& body, const std::string& user = demo::kUser) {
-    return send("POST", "/api/ticket/save/" + manager, body, "multipart/form-data; boundary=" + kBoundary, user);
-  }
-};
+Reply save(Platform& p, const std::string& manager, const std::string& body, const std::string& user = demo::kUser) {
+  return p.send("POST", "/api/ticket/save/" + manager, body, "multipart/form-data; boundary=" + kBoundary, user);
+}
 
 std::vector<std::string> attributes(const json& form) {
   std::vector<std::string> found;
@@ -213,7 +174,7 @@ TEST(SandboxTickets, SavedTicketServesItsFilesByteForByteWhicheverPartComesLast)
     if (formLast) {
       std::swap(parts[1], parts[2]);
     }
-    const Reply saved = p.save("INTERNAL", appBody(parts));
+    const Reply saved = save(p, "INTERNAL", appBody(parts));
     ASSERT_EQ(saved.status, 200) << saved.raw;
 
     const json ticket = p.call("GET", "/api/ticket/my").body.at(0);
@@ -240,7 +201,7 @@ TEST(SandboxTickets, ExternalManagerTicketsCarryWhatItsChoicesSay) {
   Platform p;
   const json form = filled(p, "IVIVA", {{"description", "Badge reader dead"}, {"problemType", "access"},
                                         {"door", "North entrance"}, {"location", "lobby"}, {"priority", "urgent"}});
-  ASSERT_EQ(p.save("IVIVA", appBody({formPiece(form)}), demo::kAliceUser).status, 200);
+  ASSERT_EQ(save(p, "IVIVA", appBody({formPiece(form)}), demo::kAliceUser).status, 200);
   const json ticket = p.call("GET", "/api/ticket").body.at(0);
   EXPECT_EQ(ticket["manager"], "IVIVA");
   EXPECT_EQ(ticket["integrationId"], "IV-" + ticket["ticketId"].get<std::string>());
@@ -249,7 +210,7 @@ TEST(SandboxTickets, ExternalManagerTicketsCarryWhatItsChoicesSay) {
                                          {"serviceCategoryKey", 32}, {"serviceCategoryName", "Security"},
                                          {"locationKey", 1000}, {"locationFullName", "Velora HQ / Level 0 / Lobby"},
                                          {"priorityKey", 1}}));
-  const Reply withSound = p.save("IVIVA", appBody({formPiece(form), filePiece("sound", "audio/x-aac", "x")}));
+  const Reply withSound = save(p, "IVIVA", appBody({formPiece(form), filePiece("sound", "audio/x-aac", "x")}));
   EXPECT_EQ(withSound.status, 400);
 }
 
@@ -310,7 +271,7 @@ TEST(SandboxTickets, FilingPostsANotificationToTheFilersDevices) {
   const json device = {{"projectId", "p"}, {"appId", "a"}, {"pushToken", "tok-1"}, {"uuid", "u"}, {"platform", "ANDROID"}};
   ASSERT_EQ(p.call("POST", "/api/ntfm/v1/device/register", device).status, 200);
   const json form = filled(p, "INTERNAL", {{"description", "Printer jammed"}});
-  ASSERT_EQ(p.save("INTERNAL", appBody({formPiece(form)})).status, 200);
+  ASSERT_EQ(save(p, "INTERNAL", appBody({formPiece(form)})).status, 200);
   const std::string id = p.call("GET", "/api/ticket/my").body.at(0)["ticketId"];
   const json inbox =
       p.call("GET", "/api/ntfm/v1/notification/list?pushToken=tok-1&type=GENERIC_NOTIFICATION").body;

@@ -2,6 +2,8 @@
 // Fakes for unit tests: a scripted transport, a main queue drained by the test, a settable clock
 // and a scripted session renewer. Nothing here sleeps.
 
+#include <gtest/gtest.h>
+
 #include <deque>
 #include <map>
 #include <functional>
@@ -168,6 +170,29 @@ int closedLoopbackPort();
 /// Everything a server on loopback `port` writes on a fresh connection after `request`, until it
 /// closes: the bytes as sent, for what an HTTP client would rewrite or hide.
 std::string rawExchange(int port, const std::string& request);
+
+/// The reply `task` was refused with (its APIError's); a failure of the test when it succeeds.
+template <class T>
+ResponseMessage failureOf(Task<T> task) {
+  try {
+    task.get();
+  } catch (const APIError& e) {
+    return e.responseMessage;
+  }
+  ADD_FAILURE() << "the operation succeeded";
+  return {};
+}
+
+/// The message `json` fails to decode as an R with, or "decoded" when it decodes.
+template <class R>
+std::string decodingError(const std::string& json) {
+  try {
+    decodeJSON<R>(json);
+  } catch (const DecodingError& e) {
+    return e.what();
+  }
+  return "decoded";
+}
 
 /// Polls `condition` until it holds; false when it still does not after `limit`.
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(10));

@@ -101,10 +101,6 @@ TEST(Notifications, RecordsAsThePlatformSendsThem) {
   EXPECT_EQ(encode(NTFMNotificationType::generic), AnyCodable("GENERIC_NOTIFICATION"));
 }
 
-TEST(Notifications, AnUpdateWithoutIdsLeavesThemOut) {
-  EXPECT_EQ(encodeJSON(NTFMNotificationUpdateRequest{std::nullopt, "f00d"}), R"({"pushToken":"f00d"})");
-}
-
 TEST(DoNotDisturb, FilteringDropsOnlyElementsOfUnknownType) {
   FakePlatform fakes;
   auto facade = facadeAnswering(fakes, R"([

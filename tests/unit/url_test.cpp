@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include <velora/core/URL.hpp>
 
 namespace velora {
@@ -36,12 +38,8 @@ TEST(URL, SafeInitReplacesEachDoubleSlashPairInThePathOnly) {
 TEST(URL, Components) {
   auto url = URL::parse("http://user@127.0.0.1:8080/api/v1/item?x=1#top");
   ASSERT_TRUE(url);
-  EXPECT_EQ(url->scheme(), "http");
-  EXPECT_EQ(url->host(), "127.0.0.1");
-  EXPECT_EQ(url->port(), 8080);
-  EXPECT_EQ(url->path(), "/api/v1/item");
-  EXPECT_EQ(url->query(), "x=1");
-  EXPECT_EQ(url->fragment(), "top");
+  EXPECT_EQ(std::tuple(url->scheme(), url->host(), url->port(), url->path(), url->query(), url->fragment()),
+            std::tuple("http", "127.0.0.1", 8080, "/api/v1/item", "x=1", "top"));
   EXPECT_EQ(URL::parse("myapp://callback")->scheme(), "myapp");
   EXPECT_EQ(URL::parse("/relative/path")->scheme(), "");
 }
