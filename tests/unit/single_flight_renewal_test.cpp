@@ -129,7 +129,9 @@ TEST(SingleFlightRenewal, RequestsThatMeetOneExpiredSession) {
       EXPECT_EQ(answer.count, 1);
       ASSERT_TRUE(answer.message);
       EXPECT_EQ(answer.message->code, c.renewalSucceeds ? 0 : -27003);
-      if (!c.renewalSucceeds) EXPECT_EQ(answer.message->trace, "token endpoint refused");
+      if (!c.renewalSucceeds) {
+        EXPECT_EQ(answer.message->trace, "APIError -23001: token endpoint refused");
+      }
     }
   }
 }

@@ -29,7 +29,9 @@ class StreamReconnectTest : public ::testing::Test {
     policy.enabled = enabled;
     policy.random = [this] { return draw; };
     manager->setReconnectPolicy(std::move(policy));
-    manager->addEventListener("tick", [this](auto id, auto, auto data) { received.push_back(*id + ":" + *data); });
+    manager->addEventListener("tick", [this](std::optional<std::string> id, auto, std::optional<std::string> data) {
+      received.push_back(id.value_or("-") + ":" + data.value_or("-"));
+    });
     manager->eventSource->connect();
     queue->drain();
     return manager;
