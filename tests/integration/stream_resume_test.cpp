@@ -42,7 +42,10 @@ TEST(StreamResume, AStreamCutMidEventResumesAfterTheLastEventWithoutLosingOne) {
   manager->setReconnectPolicy({.enabled = true, .initialDelay = 0ms});
   std::vector<std::int64_t> numbers;
   manager->addEventListener("tick", [&](auto, auto, std::optional<std::string> data) {
-    numbers.push_back(*AnyCodable::parse(*data).find("n")->as<std::int64_t>());
+    const AnyCodable event = AnyCodable::parse(data.value_or("{}"));
+    const AnyCodable* n = event.find("n");
+    const std::int64_t* value = n ? n->as<std::int64_t>() : nullptr;
+    numbers.push_back(value ? *value : -1);
   });
   manager->eventSource->connect();
 
