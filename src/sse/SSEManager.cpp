@@ -126,8 +126,13 @@ void SSEManager::connected(const EventSource* source) {
 void SSEManager::ended(const EventSource* source, std::optional<int> status, std::optional<TransportError> error) {
   std::unique_lock lock(mutex_);
   if (stopped_ || source != live_) return;
-  // A clean end with 200 is the server closing the subscription: not reopened, as without the policy.
-  if (!error && status == 200) return;
+  if (!error && status == 200) {
+    // The server closed the subscription: not reopened, as without the policy, and its timers
+    // (the watchdog among them) stop.
+    live_ = nullptr;
+    ++generation_;
+    return;
+  }
   scheduleReconnect(lock);
 }
 

@@ -119,7 +119,7 @@ TEST_F(StreamReconnectTest, WhichEndingsReconnectWithAndWithoutThePolicy) {
     for (bool policy : {true, false}) {
       SCOPED_TRACE(std::string(c.name) + (policy ? " (policy)" : " (no policy)"));
       transport->started.clear();
-      auto manager = start({.initialDelay = 100ms, .jitter = 0}, policy);
+      auto manager = start({.initialDelay = 100ms, .jitter = 0, .idleTimeout = 1000ms}, policy);
       c.end(*this);
       EXPECT_EQ(nextAttemptAfter().has_value(), policy ? c.withPolicy : c.withoutPolicy);
       manager->removeAllListenersAndDisconnect();
