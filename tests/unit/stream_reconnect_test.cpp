@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <velora/core/Orvane.hpp>
 #include <velora/sse/SSEManager.hpp>
 
 #include "Fakes.hpp"
@@ -184,6 +185,24 @@ TEST_F(StreamReconnectTest, StoppingDuringTheBackoffEndsTheStreamAtOnce) {
   manager->removeAllListenersAndDisconnect();
   EXPECT_FALSE(nextAttemptAfter(60s));
   EXPECT_EQ(manager->eventSource->readyState(), EventSourceState::closed);
+}
+
+TEST(StreamReconnectFacade, TheFacadesStreamsTakeItsPolicyWhenStarted) {
+  for (bool policy : {true, false}) {
+    SCOPED_TRACE(policy ? "policy" : "no policy");
+    testing::FakePlatform fakes;
+    fakes.transport->responder = [](const HttpRequest&) {
+      return testing::FakeTransport::Reply{0, "", TransportError{transport_error::kCannotConnectToHost, "refused"}};
+    };
+    auto facade = testing::makeTestFacade(fakes, EnvironmentModel("http://platform.test"), true);
+    if (policy) facade->setStreamReconnectPolicy({.enabled = true, .initialDelay = 100ms, .jitter = 0});
+    auto stream = facade->startDiagnostic({"tag"}, 1000);
+    fakes.queue->drain();
+    ASSERT_EQ(fakes.transport->requests().size(), 1u);
+    fakes.queue->advance(100ms);  // the policy's delay, not the server's retry time of 3 s
+    EXPECT_EQ(fakes.transport->requests().size(), policy ? 2u : 1u);
+    stream->removeAllListenersAndDisconnect();
+  }
 }
 
 }  // namespace
