@@ -25,3 +25,7 @@ fi
 if [ -x "$build/bin/ticket_upload_bench" ]; then
   "$build/bin/ticket_upload_bench"
 fi
+# The full soak lasts ten minutes (VELORA_SOAK_SECONDS=600); here it runs for one unless asked.
+if [ -x "$build/bin/stream_soak_bench" ]; then
+  VELORA_SOAK_SECONDS="${VELORA_SOAK_SECONDS:-60}" "$build/bin/stream_soak_bench"
+fi

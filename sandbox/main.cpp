@@ -22,7 +22,7 @@ constexpr const char* kUsage =
     "Usage: velora-sandbox [--port N] [--host ADDRESS] [--no-test-routes] [--realm NAME]\n"
     "                      [--access-token-lifetime SECONDS] [--refresh-token-lifetime SECONDS]\n"
     "                      [--auto-login USER] [--position-interval-ms MS] [--widget-interval-ms MS]\n"
-    "                      [--threads N]\n"
+    "                      [--threads N] [--cut-random-stream-ms MS]\n"
     "\n"
     "Serves the Velora sandbox platform and its identity realm until SIGTERM or SIGINT.\n"
     "  --port N                          port to listen on; 0 picks a free one (default 0)\n"
@@ -37,6 +37,8 @@ constexpr const char* kUsage =
     "  --widget-interval-ms MS           how often the widget streams take their next step\n"
     "                                    (default 2000)\n"
     "  --threads N                       worker threads; each open stream holds one (default 256)\n"
+    "  --cut-random-stream-ms MS         every MS cut one open event stream, chosen at random,\n"
+    "                                    in the middle of its next event (default: never)\n"
     "  --help                            show this help\n"
     "\n"
     "Platform routes outside /api/v1/public/ need an access token from the realm.\n"
@@ -74,7 +76,8 @@ int main(int argc, char** argv) {
       options.testRoutes = false;
     } else if (arg == "--port" || arg == "--host" || arg == "--realm" ||
                arg == "--access-token-lifetime" || arg == "--refresh-token-lifetime" ||
-               arg == "--auto-login" || arg == "--position-interval-ms" || arg == "--widget-interval-ms" || arg == "--threads") {
+               arg == "--auto-login" || arg == "--position-interval-ms" || arg == "--widget-interval-ms" || arg == "--threads" ||
+               arg == "--cut-random-stream-ms") {
       if (i + 1 >= argc) {
         return usageError(std::string(arg) + " needs a value");
       }
@@ -96,6 +99,11 @@ int main(int argc, char** argv) {
       } else if (arg == "--threads") {
         if (!parseNumber(value, 1, 100000, options.threads)) {
           return usageError("--threads needs a number from 1 to 100000, not '" + std::string(value) + "'");
+        }
+      } else if (arg == "--cut-random-stream-ms") {
+        if (!parseNumber(value, 1, std::numeric_limits<int>::max(), options.cutRandomStreamEveryMs)) {
+          return usageError("--cut-random-stream-ms needs a positive number of milliseconds, not '" +
+                            std::string(value) + "'");
         }
       } else if (arg == "--position-interval-ms" || arg == "--widget-interval-ms") {
         if (!parseNumber(value, 1, std::numeric_limits<int>::max(),

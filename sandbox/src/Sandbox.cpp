@@ -76,6 +76,9 @@ void validate(const SandboxOptions& options) {
   if (options.positionIntervalMs < 1 || options.widgetIntervalMs < 1) {
     throw std::invalid_argument("velora-sandbox: stream intervals must be at least one millisecond");
   }
+  if (options.cutRandomStreamEveryMs < 0) {
+    throw std::invalid_argument("velora-sandbox: cutRandomStreamEveryMs must not be negative");
+  }
 }
 
 // httplib reads a multipart/form-data body into parts of its own instead of the body, with a
@@ -122,6 +125,7 @@ struct Sandbox::Impl {
   detail::Router router;
   std::atomic<bool> listenerDone{false};
   std::thread listener;
+  std::thread streamCutter;  // runs while cutRandomStreamEveryMs is set
   std::mutex stopMutex;
   int port = 0;
   int listenSocket = -1;
@@ -222,6 +226,13 @@ void Sandbox::Impl::bindAndListen() {
     server.listen_after_bind();
     listenerDone = true;
   });
+  if (options.cutRandomStreamEveryMs > 0) {
+    streamCutter = std::thread([this] {
+      while (hub.pause(std::chrono::milliseconds(options.cutRandomStreamEveryMs))) {
+        hub.cutRandomStream();
+      }
+    });
+  }
   const auto deadline = std::chrono::steady_clock::now() + kStartupTimeout;
   while (!server.is_running()) {
     if (listenerDone || std::chrono::steady_clock::now() > deadline) {
@@ -283,6 +294,9 @@ void Sandbox::Impl::stop() {
   stopping = true;
   hub.wakeAll();
   faults.wakeAll();
+  if (streamCutter.joinable()) {
+    streamCutter.join();
+  }
   if (!listener.joinable()) {
     return;
   }

@@ -11,7 +11,9 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <random>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
@@ -236,8 +238,11 @@ class StreamHub {
   /// The faults for one new connection, counting it against `remaining`.
   StreamFaults takeFaults();
 
-  void streamStarted();
-  void streamEnded();
+  /// Counts an open stream; the returned flag turns true when cutRandomStream picks it.
+  std::shared_ptr<std::atomic<bool>> streamStarted();
+  void streamEnded(const std::shared_ptr<std::atomic<bool>>& cut);
+  /// Marks one open stream, chosen at random, to be cut at its next event.
+  void cutRandomStream();
   std::size_t openStreams() const { return open_; }
   std::size_t streamsOpened() const { return opened_; }
 
@@ -250,6 +255,9 @@ class StreamHub {
   StreamFaults faults_;
   std::atomic<std::size_t> open_{0};
   std::atomic<std::size_t> opened_{0};
+  std::mutex liveMutex_;
+  std::vector<std::shared_ptr<std::atomic<bool>>> live_;  // the cut flags of the open streams
+  std::minstd_rand pick_{std::random_device{}()};
 };
 
 /// The platform's answer to a request without a live access token.

@@ -96,12 +96,35 @@ StreamFaults StreamHub::takeFaults() {
   return faults_;
 }
 
-void StreamHub::streamStarted() {
+std::shared_ptr<std::atomic<bool>> StreamHub::streamStarted() {
+  auto cut = std::make_shared<std::atomic<bool>>(false);
+  {
+    const std::lock_guard lock(liveMutex_);
+    live_.push_back(cut);
+  }
   ++open_;
   ++opened_;
+  return cut;
 }
 
-void StreamHub::streamEnded() { --open_; }
+void StreamHub::streamEnded(const std::shared_ptr<std::atomic<bool>>& cut) {
+  {
+    const std::lock_guard lock(liveMutex_);
+    const auto it = std::find(live_.begin(), live_.end(), cut);
+    if (it != live_.end()) {
+      *it = std::move(live_.back());
+      live_.pop_back();
+    }
+  }
+  --open_;
+}
+
+void StreamHub::cutRandomStream() {
+  const std::lock_guard lock(liveMutex_);
+  if (!live_.empty()) {
+    *live_[std::uniform_int_distribution<std::size_t>(0, live_.size() - 1)(pick_)] = true;
+  }
+}
 
 namespace {
 
@@ -124,6 +147,8 @@ struct StreamPlan {
   std::function<std::optional<Event>(const ValueChange&)> onChange;
   // The test stream puts the id line first so that clients meet both field orders.
   bool idLineFirst = false;
+  // The id of the first event; a stream resumed after Last-Event-Id N starts at N + 1.
+  long long firstId = 1;
 };
 
 long long epochMillis() {
@@ -133,10 +158,9 @@ long long epochMillis() {
 class StreamSession {
  public:
   StreamSession(StreamPlan plan, StreamFaults faults, StreamHub& hub, std::uint64_t seen, int socket)
-      : plan_(std::move(plan)), faults_(faults), hub_(hub), seen_(seen), socket_(socket), ticking_(static_cast<bool>(plan_.tick)) {
-    hub_.streamStarted();
-  }
-  ~StreamSession() { hub_.streamEnded(); }
+      : plan_(std::move(plan)), faults_(faults), hub_(hub), seen_(seen), socket_(socket), ticking_(static_cast<bool>(plan_.tick)),
+        nextId_(plan_.firstId), cut_(hub_.streamStarted()) {}
+  ~StreamSession() { hub_.streamEnded(cut_); }
   StreamSession(const StreamSession&) = delete;
   StreamSession& operator=(const StreamSession&) = delete;
 
@@ -201,7 +225,7 @@ class StreamSession {
     const std::string name = "event: " + event.name + "\n";
     const std::string frame = (plan_.idLineFirst ? id + name : name + id) + "data: " +
                               event.data.dump(-1, ' ', false, json::error_handler_t::replace) + "\n\n";
-    if (faults_.cutMidEvent && written_ == 1) {
+    if ((faults_.cutMidEvent && written_ == 1) || *cut_) {
       sink.write(frame.data(), frame.size() / 2);
       return false;
     }
@@ -234,7 +258,8 @@ class StreamSession {
   bool started_ = false;
   bool ticking_;
   bool ended_ = false;
-  long long nextId_ = 1;
+  long long nextId_;
+  std::shared_ptr<std::atomic<bool>> cut_;
   int written_ = 0;
   Clock::time_point nextCheck_;
   Clock::time_point nextTick_;
@@ -555,8 +580,14 @@ void testStream(Exchange& x) {
   if (req.has_param("retry")) {
     plan.prelude = "retry: " + std::to_string(retry) + "\n\n";
   }
+  // A client that reconnects with the id of the last event it received continues after it.
+  long long resumeAfter = 0;
+  if (req.has_header("Last-Event-Id") && !parseInt(req.get_header_value("Last-Event-Id"), 0, events, resumeAfter)) {
+    resumeAfter = 0;
+  }
+  plan.firstId = resumeAfter + 1;
   plan.tickInterval = milliseconds(intervalMs);
-  plan.tick = [n = 0LL, events, authorization = req.get_header_value("Authorization")]() mutable
+  plan.tick = [n = resumeAfter, events, authorization = req.get_header_value("Authorization")]() mutable
       -> std::optional<Event> {
     if (n == events) {
       return std::nullopt;

@@ -10,6 +10,7 @@
 #include <velora/core/URL.hpp>
 
 #include "core/Localizations.hpp"
+#include "core/RenewalFlight.hpp"
 #include "core/RenewalGate.hpp"
 
 namespace velora {
@@ -76,6 +77,7 @@ Orvane::Orvane(Platform platform)
       keychain_(std::make_unique<KeychainHelper>(platform_.secureStore, platform_.console)),
       renewals_(std::make_shared<detail::RenewalGate>()),
       captiveRenewals_(std::make_shared<detail::RenewalGate>()),
+      renewalFlight_(std::make_shared<detail::RenewalFlight>()),
       localizations_(std::make_shared<detail::Localizations>()) {
   if (!platform_.executor) platform_.executor = makeThreadPool();
   if (auto stored = platform_.defaults->string(kEnvUuidKey)) {

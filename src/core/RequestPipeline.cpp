@@ -14,6 +14,7 @@
 
 #include <velora/core/Fatal.hpp>
 
+#include "core/RenewalFlight.hpp"
 #include "core/RenewalGate.hpp"
 #include "core/Resume.hpp"
 
@@ -198,6 +199,7 @@ class PipelineCore {
     const TokenAction action = decide(*facade);
     if (action == TokenAction::send) return transfer(*facade, std::move(request), access, std::move(done), cancellation);
     if (action == TokenAction::refuse) return refuse(*facade, std::move(request), form, std::move(done), cancellation);
+    if (facade->singleFlightRenewal()) return renewShared(facade, std::move(request), form, std::move(done), std::move(cancellation));
     renew(facade, std::move(request), form, std::move(done), std::move(cancellation));
   }
 
@@ -257,6 +259,63 @@ class PipelineCore {
     });
   }
 
+  /// Single-flight renewal: the request joins the renewal in flight (or starts it) and goes on
+  /// with its outcome, which every request that joined it shares.
+  static void renewShared(const std::shared_ptr<Orvane>& facade, HttpRequest request, Form form, Done done,
+                          std::shared_ptr<Cancellation> cancellation) {
+    std::weak_ptr<Orvane> weak = facade;
+    joinFlight(facade, [weak, request = std::move(request), form, done = std::move(done),
+                        cancellation = std::move(cancellation)](const FlightLanding& landing) mutable {
+      auto self = weak.lock();
+      if (auto failure = landingFailure(form, landing)) return done(Outcome{std::nullopt, std::nullopt, std::move(failure)});
+      if (!self) {
+        return done(Outcome{std::nullopt, std::nullopt,
+                            APIError::requestFailed("The facade was released before the request was sent").responseMessage});
+      }
+      if (landing.next == FlightLanding::Next::refuse) return refuse(*self, std::move(request), form, std::move(done), cancellation);
+      transfer(*self, std::move(request), Access::pipeline, std::move(done), cancellation);
+    });
+  }
+
+  /// What a request that joined a failed flight reports, in the words of its form.
+  static std::optional<ResponseMessage> landingFailure(Form form, const FlightLanding& landing) {
+    if (landing.next != FlightLanding::Next::failed) return std::nullopt;
+    return renewalFailure(form, landing.captive ? TokenAction::captive : TokenAction::refresh, landing.result);
+  }
+
+  static void joinFlight(const std::shared_ptr<Orvane>& facade, RenewalFlight::Waiter waiter) {
+    std::weak_ptr<Orvane> weak = facade;
+    facade->renewalFlight_->join(std::move(waiter), [weak](RenewalFlight::Land land) {
+      auto self = weak.lock();
+      if (!self) {
+        return land({FlightLanding::Next::failed, false,
+                     {false, std::make_exception_ptr(APIError::requestFailed("The facade was released before the request was sent"))}});
+      }
+      // A flight that has just landed may have brought a valid token since this request decided.
+      const TokenAction action = decide(*self);
+      auto current = renewer(*self);
+      if (action == TokenAction::send) return land({FlightLanding::Next::send, false, {}});
+      if (action == TokenAction::refuse || !current) return land({FlightLanding::Next::refuse, false, {}});
+      auto finish = [weak, captive = action == TokenAction::captive, land](RenewalResult result) {
+        auto self = weak.lock();
+        if (self && !result.error && result.gotToken) {
+          // Once for the whole flight; every request that joined it sends on the new session.
+          self->setupSession();
+          return land({FlightLanding::Next::send, false, {}});
+        }
+        if (!self && !result.error && result.gotToken) {
+          result.error = std::make_exception_ptr(APIError::requestFailed("The facade was released before the request was sent"));
+        }
+        land({.next = FlightLanding::Next::failed, .captive = captive, .result = std::move(result)});
+      };
+      if (action == TokenAction::refresh) {
+        current->refresh(std::move(finish));
+      } else {
+        current->captiveReauth(std::move(finish));
+      }
+    });
+  }
+
   static void transfer(Orvane& facade, HttpRequest request, Access access, Done done,
                        const std::shared_ptr<Cancellation>& cancellation) {
     if (cancellation && cancellation->cancelled()) {
@@ -293,7 +352,24 @@ CallbackAwaiter<Outcome> awaitExchange(std::shared_ptr<Orvane> facade, HttpReque
   });
 }
 
+/// The single-flight renewal ahead of an awaited request's turn: nullopt to go on, else the
+/// failure it reports.
+CallbackAwaiter<std::optional<ResponseMessage>> awaitSharedRenewal(std::shared_ptr<Orvane> facade) {
+  return awaitCallback<std::optional<ResponseMessage>>(
+      [facade = std::move(facade)](std::function<void(std::optional<ResponseMessage>)> done, std::stop_token) {
+        const TokenAction action = PipelineCore::decide(*facade);
+        if (action == TokenAction::send || action == TokenAction::refuse) return done(std::nullopt);
+        PipelineCore::joinFlight(facade, [done](const FlightLanding& landing) {
+          done(PipelineCore::landingFailure(Form::awaitable, landing));
+        });
+      });
+}
+
 }  // namespace detail
+
+void Orvane::setSingleFlightRenewal(bool enabled) { singleFlightRenewal_ = enabled; }
+
+bool Orvane::singleFlightRenewal() const { return singleFlightRenewal_; }
 
 void Orvane::deliver(ResponseCallback callback, ResponseMessage message) const {
   if (!callback) return;
@@ -348,6 +424,12 @@ Task<void> Orvane::resumeAsyncSessionWith(HttpRequest request, Access access, Aw
       if (semaphore) semaphore->signal();
     }
   } permit;
+  if (access == Access::pipeline && singleFlightRenewal()) {
+    // Awaited requests take their turns one at a time, so the shared renewal comes before the
+    // turn: every request that meets the expired session joins it, not only the first.
+    auto renewal = detail::awaitSharedRenewal(shared_from_this());
+    if (auto failure = co_await renewal) throw APIError(std::move(*failure));
+  }
   if (access == Access::pipeline) {
     co_await resumeAsyncSessionSemaphore.waitUnlessCancelled();
     permit.semaphore = &resumeAsyncSessionSemaphore;

@@ -35,6 +35,7 @@ class EventSource::Connection : public HttpDelegate {
   void didReceiveData(std::string_view chunk) override {
     auto source = source_.lock();
     if (!source || source->state_ != EventSourceState::open) return;  // not open: dropped
+    source->bytesReceived_ += chunk.size();
     source->notify(parser_.append(chunk));
   }
 

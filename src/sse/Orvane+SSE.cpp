@@ -27,12 +27,26 @@ std::shared_ptr<SSEManager> Orvane::startStream(std::string_view path, AnyCodabl
   if (auto current = session()) {
     for (const auto& [name, value] : current->additionalHeaders().fields()) headers[name] = value;
   }
+  std::shared_ptr<SSEManager> manager;
   try {
-    return SSEManager::make(true, std::move(*request), std::move(headers), std::move(body), std::move(events), platform_);
+    manager = SSEManager::make(false, std::move(*request), std::move(headers), std::move(body), std::move(events), platform_);
   } catch (const PlatformError& error) {
     platform_.print(std::string(path) + " - " + error.domain);
     return nullptr;
   }
+  manager->setReconnectPolicy(streamReconnectPolicy());
+  manager->eventSource->connect(std::nullopt);
+  return manager;
+}
+
+void Orvane::setStreamReconnectPolicy(StreamReconnectPolicy policy) {
+  std::lock_guard lock(stateMutex_);
+  streamReconnectPolicy_ = std::move(policy);
+}
+
+StreamReconnectPolicy Orvane::streamReconnectPolicy() const {
+  std::lock_guard lock(stateMutex_);
+  return streamReconnectPolicy_;
 }
 
 std::shared_ptr<SSEManager> Orvane::startNotifyEventChanges(SSEStreamTypeEvent with, std::vector<std::string> events,

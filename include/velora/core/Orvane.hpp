@@ -8,6 +8,7 @@
 // <velora/velora.hpp> for all of them); each area implements its part of the facade in
 // src/<area>/Orvane+<Area>.cpp, where every REST operation is declared once.
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -30,6 +31,7 @@
 #include <velora/platform/Platform.hpp>
 #include <velora/semaphore/AsyncSemaphore.hpp>
 #include <velora/sse/EventSource.hpp>
+#include <velora/sse/StreamReconnectPolicy.hpp>
 
 namespace velora {
 
@@ -100,6 +102,7 @@ enum class RequestAccess { pipeline, sessionHeaders, none };
 
 namespace detail {
 class RenewalGate;
+class RenewalFlight;
 class Localizations;
 class TagAdvertiser;
 class PipelineCore;
@@ -198,6 +201,17 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   /// Without one, an expired or missing token is refused (callback form) or the request goes out
   /// as it is (awaitable form).
   void setSessionRenewer(std::shared_ptr<SessionRenewer> renewer);
+
+  /// Opt-in single-flight renewal. When on, every request (callback or awaitable form) that meets
+  /// an expired session joins the one renewal in flight instead of waiting for a turn to renew by
+  /// itself: N such requests cause one refresh, all N then send with the new token, and when the
+  /// renewal fails all N fail with its error, each once. Awaited requests join it before their
+  /// turn under resumeAsyncSessionSemaphore. Off by default: then renewals run one at a time and
+  /// each waiting request decides again when its turn comes, so after a failed renewal the next
+  /// request tries its own (the platform's documented behaviour, which applications may rely on to
+  /// retry a transient failure).
+  void setSingleFlightRenewal(bool enabled);
+  bool singleFlightRenewal() const;
 
   // ---- login (auth/Orvane+Keycloak) -----------------------------------------------------------
   using TokenCompletion = std::function<void(std::optional<KeyCloakAuthResponse>, std::optional<PlatformError>)>;
@@ -486,6 +500,11 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   using CheckCallback = std::function<void(const std::string& data)>;
   using WidgetEventCallback = std::function<void(SSEWidgetEventsType type, const SSEWidgetEventChange& change)>;
 
+  /// The reconnection policy of the streams started from now on (SSEManager::setReconnectPolicy);
+  /// off by default, see StreamReconnectPolicy::enabled for why.
+  void setStreamReconnectPolicy(StreamReconnectPolicy policy);
+  StreamReconnectPolicy streamReconnectPolicy() const;
+
   /// "complete" (a GenericEventResponse) goes to onComplete, "check" to onCheck, and events named
   /// after one of `events` to onEventChanges; each with the raw (id, name, data).
   std::shared_ptr<SSEManager> startNotifyEventChanges(SSEStreamTypeEvent with, std::vector<std::string> events, int checkTimeout,
@@ -613,6 +632,10 @@ class Orvane : public std::enable_shared_from_this<Orvane> {
   std::shared_ptr<detail::RenewalGate> renewals_;
   /// Captive renewals asked for directly (callback form), one at a time.
   std::shared_ptr<detail::RenewalGate> captiveRenewals_;
+  /// The shared renewal of setSingleFlightRenewal(true).
+  std::shared_ptr<detail::RenewalFlight> renewalFlight_;
+  std::atomic<bool> singleFlightRenewal_{false};
+  StreamReconnectPolicy streamReconnectPolicy_;  // guarded by stateMutex_
   std::shared_ptr<detail::Localizations> localizations_;
   /// Made on the first startAdvertisingRegion.
   std::shared_ptr<detail::TagAdvertiser> advertiser_;

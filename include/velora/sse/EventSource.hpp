@@ -4,6 +4,7 @@
 // request ends it reports the status, a reconnect advice and the error, and the owner decides.
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -63,6 +64,8 @@ class EventSource : public EventSourceProtocol, public std::enable_shared_from_t
   std::string url() const override { return request_.url; }
   std::optional<std::string> lastEventId() const override;
   EventSourceState readyState() const override { return state_; }
+  /// Body bytes received while open, over every connection: what an idle watchdog looks at.
+  std::uint64_t bytesReceived() const { return bytesReceived_; }
 
   /// Opens the stream; ignored while open. Each connect starts with a fresh parser.
   void connect(std::optional<std::string> lastEventId = std::nullopt) override;
@@ -89,6 +92,7 @@ class EventSource : public EventSourceProtocol, public std::enable_shared_from_t
   std::shared_ptr<HttpTransport> transport_;
   std::shared_ptr<MainQueue> mainQueue_;
   std::atomic<EventSourceState> state_{EventSourceState::closed};
+  std::atomic<std::uint64_t> bytesReceived_{0};
 
   mutable std::mutex mutex_;  // guards everything below
   std::optional<std::string> lastEventId_;

@@ -7,15 +7,21 @@
 // still open (completion does not change its state), the delayed reconnect only reopens a stream
 // that never got its response headers, or one that its owner disconnected in the meantime. A
 // stream that has gone quiet is restarted by its owner (the check events tell when).
+//
+// An owner may opt in to a fuller policy instead (setReconnectPolicy, StreamReconnectPolicy.hpp).
 
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <random>
 #include <string>
 
 #include <velora/core/AnyCodable.hpp>
 #include <velora/platform/Platform.hpp>
 #include <velora/sse/EventSource.hpp>
+#include <velora/sse/StreamReconnectPolicy.hpp>
 
 namespace velora {
 
@@ -51,12 +57,45 @@ class SSEManager : public std::enable_shared_from_this<SSEManager> {
 
   const std::map<std::string, EventHandler>& eventListenersCompletionHandler() const { return listeners_; }
 
+  /// Opts in to (or, with `enabled` false, out of) the fuller reconnection: every ending but a
+  /// clean 200 end reconnects after a backoff, with a new event source that carries this
+  /// manager's listeners and sends "Last-Event-Id" (the id of the last event received); a stream
+  /// open for `resetAfter` starts the backoff over; the idle watchdog reconnects a silent stream;
+  /// removeAllListenersAndDisconnect() ends it for good, a pending reconnect included. Applies
+  /// from the next ending; the watchdog starts with the next open. Set it before connecting.
+  void setReconnectPolicy(StreamReconnectPolicy policy);
+  StreamReconnectPolicy reconnectPolicy() const;
+
  private:
   explicit SSEManager(const Platform& platform) : platform_(platform) {}
-  void wire(bool autoConnect);
+  void wire(EventSource& source);
+  void connected(const EventSource* source);
+  void ended(const EventSource* source, std::optional<int> status, std::optional<TransportError> error);
+  /// Drops `source`'s connection and schedules the next attempt. Needs `mutex_` held.
+  void scheduleReconnect(std::unique_lock<std::mutex>& lock);
+  void reopen(std::uint64_t generation);
+  void watch(std::uint64_t generation);
+  double draw();
 
   Platform platform_;
   std::map<std::string, EventHandler> listeners_;
+  /// What each new event source of the reconnect policy is made from.
+  HttpRequest request_;
+  Headers headers_;
+
+  mutable std::mutex mutex_;  // guards the policy state below
+  StreamReconnectPolicy policy_;
+  bool stopped_ = false;
+  /// Failed attempts since the last stable connection.
+  int attempt_ = 0;
+  /// Changes with every new connection and on stop; timers of an older one do nothing.
+  std::uint64_t generation_ = 0;
+  /// The source whose ending the policy waits for; none while a reconnect is pending.
+  const EventSource* live_ = nullptr;
+  std::optional<std::string> resumeId_;
+  std::uint64_t watchedBytes_ = 0;
+  int quietChecks_ = 0;
+  std::mt19937_64 random_{std::random_device{}()};
 };
 
 }  // namespace velora

@@ -68,6 +68,10 @@ struct SandboxOptions {
   /// take their next scripted step.
   int positionIntervalMs = 1000;
   int widgetIntervalMs = 2000;
+  /// Every this many milliseconds one open event stream, chosen at random, is cut at its next
+  /// event (half of it written, then the connection dropped); 0: never. For soak tests of
+  /// reconnecting clients.
+  int cutRandomStreamEveryMs = 0;
 };
 
 /// Misbehaviour of the next event streams, so that clients can be tested against it.
