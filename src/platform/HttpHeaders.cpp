@@ -45,10 +45,10 @@ void HttpHeaders::mergeMissing(const HttpHeaders& other) {
   // Judge against our own fields only, so a name repeated in `other` (several Accept lines, say)
   // comes over whole rather than just its first line.
   const auto ownCount = static_cast<std::ptrdiff_t>(fields_.size());
-  for (const auto& [name, value] : other.fields_) {
+  for (const auto& field : other.fields_) {
     const bool present = std::any_of(fields_.begin(), fields_.begin() + ownCount,
-                                     [&name](const auto& field) { return sameName(field.first, name); });
-    if (!present) fields_.emplace_back(name, value);
+                                     [&field](const auto& own) { return sameName(own.first, field.first); });
+    if (!present) fields_.push_back(field);
   }
 }
 
