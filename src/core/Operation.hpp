@@ -165,6 +165,21 @@ struct detail::FacadeAccess {
     }
   }
 
+  /// The reply of a 200 response as both forms decode it, before any afterDecode step.
+  template <class Op>
+  static typename Op::Reply decodedReply(std::string_view body) {
+    if constexpr (HasDecodeResponse<Op>) {
+      HttpResponse response;
+      response.head.status = 200;
+      response.body = std::string(body);
+      return Op::decodeResponse(response);
+    } else if constexpr (std::same_as<typename Op::Reply, Bytes>) {
+      return Bytes(body.begin(), body.end());
+    } else {
+      return decodeJSON<typename Op::Reply>(body);
+    }
+  }
+
   template <class Op>
   static Task<typename Op::Reply> call(Orvane& facade, Op op) {
     using Reply = typename Op::Reply;
@@ -231,6 +246,7 @@ struct detail::FacadeAccess {
     entry.callWithCallback = [](Orvane& facade, const AnyCodable& json, ResponseCallback callback) {
       call(facade, arguments<Op>(json), std::move(callback));
     };
+    entry.decodeReply = [](std::string_view body) { return encode(decodedReply<Op>(body)); };
     detail::registerOperation(std::move(entry));
     return true;
   }

@@ -37,6 +37,9 @@ struct OperationEntry {
   std::function<Task<AnyCodable>(Orvane& facade, const AnyCodable& arguments)> call;
   /// The callback form.
   std::function<void(Orvane& facade, const AnyCodable& arguments, ResponseCallback callback)> callWithCallback;
+  /// The reply record a 200 response with `body` decodes to, as JSON, without the steps that act on
+  /// the facade afterwards; JsonError or APIError when the body does not decode.
+  std::function<AnyCodable(std::string_view body)> decodeReply;
 };
 
 /// All operations, sorted by name.
