@@ -253,7 +253,7 @@ TEST(SandboxTickets, ListsShowEveryonesTicketsButOnlyTheOwnerDeletes) {
   const json all = p.call("GET", "/api/ticket").body;
   ASSERT_EQ(all.size(), 3u);
   EXPECT_GT(all[0]["creationTimestamp"].get<double>(), all[1]["creationTimestamp"].get<double>());
-  EXPECT_EQ(p.call("GET", "/api/ticket/my").body, json({p.call("GET", "/api/ticket/t-2").body}));
+  EXPECT_EQ(p.call("GET", "/api/ticket/my").body, json::array({p.call("GET", "/api/ticket/t-2").body}));
   // alice's ticket: visible, but neither its form nor its deletion are the demo user's.
   EXPECT_EQ(p.call("GET", "/api/ticket/t-1").status, 200);
   EXPECT_EQ(p.call("GET", "/api/ticket/form/INTERNAL/t-1").status, 404);

@@ -111,7 +111,7 @@ void setDnd(Context& ctx, const DndOptions& o) {
   auto form = ctx.await("Reading the form", orvane.getDNDFilters(o.intervals, true));
   for (const auto& text : o.values) {
     auto [id, value] = parseValue(text);
-    const auto element = std::find_if(form.begin(), form.end(), [&id](const FilterElement& e) { return e.id == id; });
+    const auto element = std::find_if(form.begin(), form.end(), [&wanted = id](const FilterElement& e) { return e.id == wanted; });
     if (element == form.end()) {
       std::vector<std::string> known;
       for (const auto& e : form) known.push_back(e.id);

@@ -44,7 +44,7 @@ std::string describeObjects(const AnyCodable::Array& elements) {
   std::vector<std::pair<std::string, bool>> keys;  // name, nested somewhere
   for (const auto& element : elements) {
     for (const auto& [key, member] : *element.as<AnyCodable::Object>()) {
-      auto known = std::find_if(keys.begin(), keys.end(), [&](const auto& k) { return k.first == key; });
+      auto known = std::find_if(keys.begin(), keys.end(), [&name = key](const auto& k) { return k.first == name; });
       if (known == keys.end()) known = keys.insert(keys.end(), {key, false});
       known->second = known->second || isNested(member);
     }
