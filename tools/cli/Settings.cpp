@@ -26,6 +26,26 @@ CLI::Validator validatorFor(const SettingSpec& spec) {
 
 std::atomic<bool> dropped{false};
 
+// The guest client's secret is remembered in the credential store, not beside the other
+// settings: those end up in an ordinary file, where the library keeps its environment as JSON.
+constexpr const char* kSecretService = "velora-cli";
+constexpr const char* kGuestSecretAccount = "guest-secret";
+
+std::optional<std::string> rememberedGuestSecret(SecureStore& store) {
+  Bytes data;
+  if (store.copyMatching(kSecretService, kGuestSecretAccount, &data) != secure_status::kSuccess) return std::nullopt;
+  return std::string(data.begin(), data.end());
+}
+
+void rememberGuestSecret(SecureStore& store, const std::string& secret) {
+  const Bytes data(secret.begin(), secret.end());
+  int status = store.update(kSecretService, kGuestSecretAccount, data);
+  if (status == secure_status::kItemNotFound) status = store.add(kSecretService, kGuestSecretAccount, data);
+  if (status != secure_status::kSuccess) {
+    writeDiagnostic("velora: the guest secret could not be remembered (credential store status " + std::to_string(status) + ")");
+  }
+}
+
 /// Why the library's URL parser refuses `text`, in the words of someone who typed it.
 std::string unparsableBecause(std::string_view text) {
   const auto hex = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
@@ -146,7 +166,13 @@ std::shared_ptr<WindowLoop> installPlatform(const Settings& settings, const std:
   Platform platform = Platform::linuxDefaults(kBundleIdentifier);
   const std::optional<EnvironmentModel> stored = Orvane::storedEnvironment(platform);
   const std::string endpoint = settings.endpoint.empty() && stored ? stored->sdkEndpoint : settings.endpoint;
-  const KeycloakEnvironment defaults = identityDefaults(endpoint);
+  KeycloakEnvironment defaults = identityDefaults(endpoint);
+  // The library reads the guest secret from here unless the environment holds one.
+  if (!settings.guestSecret.empty()) {
+    defaults.guestSecretKey = settings.guestSecret;
+  } else if (auto remembered = platform.secureStore ? rememberedGuestSecret(*platform.secureStore) : std::nullopt) {
+    defaults.guestSecretKey = std::move(remembered);
+  }
   if (!endpoint.empty()) {
     registerSecret(*defaults.guestSecretKey);
     platform.host = std::make_shared<StaticHostInfo>(
@@ -205,7 +231,15 @@ Orvane& connect(const Settings& settings, const CLI::App& app) {
       throw UsageError("the remembered " + problem + " (--discover-url URL replaces it)");
     }
   }
-  if (endpointGiven || timeoutGiven || identityGiven) {
+  const bool secretGiven = isGiven(app, "--guest-secret");
+  if (secretGiven && platform.secureStore) rememberGuestSecret(*platform.secureStore, settings.guestSecret);
+  // Settings saved by earlier versions kept the secret in the environment: it moves to the store.
+  std::optional<std::string> secretInSettings = environment && environment->keycloakEnv ? environment->keycloakEnv->guestSecretKey : std::nullopt;
+  if (secretInSettings && platform.secureStore) {
+    if (!secretGiven) rememberGuestSecret(*platform.secureStore, *secretInSettings);
+    environment->keycloakEnv->guestSecretKey.reset();
+  }
+  if (endpointGiven || timeoutGiven || identityGiven || secretInSettings) {
     // Starting from the remembered environment keeps what other commands stored in it.
     EnvironmentModel updated = environment.value_or(EnvironmentModel{});
     if (endpointGiven) updated.sdkEndpoint = settings.endpoint;

@@ -87,7 +87,8 @@ inline constexpr std::array kSettings{
                 &Settings::redirectUri, &checkRedirectUri},
 };
 
-/// The identity settings, as flag and KeycloakEnvironment member, for the code that persists them.
+/// The identity settings kept in the environment, as flag and KeycloakEnvironment member, for the
+/// code that persists them. The guest secret is not among them: it goes to the credential store.
 struct IdentitySetting {
   std::string_view flag;
   std::string Settings::*value;
@@ -97,7 +98,6 @@ inline constexpr std::array kIdentitySettings{
     IdentitySetting{"--discover-url", &Settings::discoverUrl, &KeycloakEnvironment::discoverURL},
     IdentitySetting{"--client-id", &Settings::clientId, &KeycloakEnvironment::clientId},
     IdentitySetting{"--guest-client-id", &Settings::guestClientId, &KeycloakEnvironment::guestClientId},
-    IdentitySetting{"--guest-secret", &Settings::guestSecret, &KeycloakEnvironment::guestSecretKey},
     IdentitySetting{"--redirect-uri", &Settings::redirectUri, &KeycloakEnvironment::redirectURI},
 };
 
