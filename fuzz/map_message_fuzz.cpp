@@ -53,7 +53,7 @@ class CountingDelegate : public DynamicMapViewDelegate {
 };
 
 struct Page {
-  testing::FakePlatform fakes;
+  velora::testing::FakePlatform fakes;
   std::shared_ptr<PageWebView> web = std::make_shared<PageWebView>();
   std::shared_ptr<CountingDelegate> delegate = std::make_shared<CountingDelegate>();
   std::shared_ptr<DynamicMapView> view;
@@ -62,7 +62,7 @@ struct Page {
   // so no request piles up across runs.
   Page() {
     fakes.debugAssertionsStop = false;
-    auto sdk = testing::makeTestFacade(fakes, EnvironmentModel("http://sdk.test/", 30), true);
+    auto sdk = velora::testing::makeTestFacade(fakes, EnvironmentModel("http://sdk.test/", 30), true);
     view = DynamicMapView::make(web, *sdk);
     view->load("http://sdk.test/map/", HttpHeaders{}, ConfigurationModel(), delegate);
     web->navigation.finished("http://sdk.test/map/");

@@ -29,24 +29,11 @@ namespace {
 namespace fs = std::filesystem;
 namespace demo = velora::sandbox::demo;
 using velora::testing::CliResult;
+using velora::testing::finishCli;
 using velora::testing::slurp;
 using velora::testing::TempDir;
 
 const std::string kDemoPhoto = VELORA_SANDBOX_DATA_DIR "/demo-photo.jpg";
-
-CliResult finish(const fs::path& home, pid_t pid) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  int status = 0;
-  while (waitpid(pid, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(pid, SIGKILL);
-      waitpid(pid, &status, 0);
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return velora::testing::cliResult(home, status);
-}
 
 /// The values a secret-looking key holds anywhere in `text`, when `text` is JSON.
 void collectSecretValues(const nlohmann::json& value, const std::string& key, std::set<std::string>& into) {
@@ -212,7 +199,7 @@ TEST(CliSecrets, NoCommandShowsOrWritesASecret) {
     }
     std::vector<std::string> runEnv = env;
     runEnv.insert(runEnv.end(), run.env.begin(), run.env.end());
-    const CliResult r = finish(home.path, velora::testing::startCli(VELORA_CLI_PATH, home.path, args, runEnv));
+    const CliResult r = finishCli(home.path, velora::testing::startCli(VELORA_CLI_PATH, home.path, args, runEnv));
     keep(what, r);
     if (!run.captures.empty()) {
       const std::string value = findField(nlohmann::json::parse(r.out, nullptr, false), run.field);
@@ -236,10 +223,10 @@ TEST(CliSecrets, NoCommandShowsOrWritesASecret) {
   httplib::Client browserClient(address[1].str());
   browserClient.set_follow_location(true);
   browserClient.Get(address[2].str());
-  const CliResult browserLogin = finish(home.path, browser);
+  const CliResult browserLogin = finishCli(home.path, browser);
   EXPECT_EQ(browserLogin.exitCode, 0) << browserLogin.err;
   keep("velora login browser", browserLogin);
-  keep("velora status", finish(home.path, velora::testing::startCli(VELORA_CLI_PATH, home.path, {"status"}, env)));
+  keep("velora status", finishCli(home.path, velora::testing::startCli(VELORA_CLI_PATH, home.path, {"status"}, env)));
 
   // Tokens of every kind were issued, so the checks below had something to find.
   EXPECT_GE(secrets.size(), 6u);

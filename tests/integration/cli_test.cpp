@@ -36,25 +36,10 @@ using velora::testing::TempDir;
 
 using Result = velora::testing::CliResult;
 using velora::testing::slurp;
+using velora::testing::finishCli;
 
 pid_t startCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {
   return velora::testing::startCli(VELORA_CLI_PATH, home, args, extraEnv);
-}
-
-Result finishCli(const fs::path& home, pid_t pid) {
-  if (pid < 0) return {};
-  // A hung client fails its case instead of the whole run.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  int status = 0;
-  while (waitpid(pid, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(pid, SIGKILL);
-      waitpid(pid, &status, 0);
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return velora::testing::cliResult(home, status);
 }
 
 Result runCli(const fs::path& home, const std::vector<std::string>& args, const std::vector<std::string>& extraEnv) {

@@ -1,11 +1,14 @@
 #include "CliProcess.hpp"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <chrono>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace velora::testing {
 namespace {
@@ -54,6 +57,22 @@ CliResult cliResult(const std::filesystem::path& home, int status) {
   result.out = slurp(home / "stdout");
   result.err = slurp(home / "stderr");
   return result;
+}
+
+CliResult finishCli(const std::filesystem::path& home, pid_t pid) {
+  if (pid < 0) return {};
+  // A hung client fails its case instead of the whole run.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  int status = 0;
+  while (waitpid(pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(pid, SIGKILL);
+      waitpid(pid, &status, 0);
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return cliResult(home, status);
 }
 
 }  // namespace velora::testing

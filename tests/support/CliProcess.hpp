@@ -28,4 +28,8 @@ std::string slurp(const std::filesystem::path& file);
 /// The result of a client started in `home` that ended with wait status `status`.
 CliResult cliResult(const std::filesystem::path& home, int status);
 
+/// Waits for a client started in `home` (killed after 30 s) and returns its result; a client
+/// that could not start (`pid` -1) gives the default result.
+CliResult finishCli(const std::filesystem::path& home, pid_t pid);
+
 }  // namespace velora::testing
