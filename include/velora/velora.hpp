@@ -41,3 +41,8 @@
 #include <velora/sse/SSERecords.hpp>
 #include <velora/widgets/HomeWidgets.hpp>
 #include <velora/widgets/ORVSComponent.hpp>
+
+/// The platform client: `Orvane` is the entry point that logs a user in and calls every
+/// operation; the records it sends and receives, the event streams, the map view and the
+/// positioning tag live here too. Names under `velora::detail` are not part of the API.
+namespace velora {}
