@@ -9,13 +9,28 @@
 
 namespace velora {
 
+/// The error thrown by the awaitable form of every REST operation (the callback form passes the
+/// ResponseMessage itself): a ResponseMessage from the server or made by the library, with helpers
+/// for showing it to a user.
 class APIError : public std::exception {
  public:
+  /// Wraps `responseMessage`; `what()` becomes `"APIError <code>: <message>"`.
   explicit APIError(ResponseMessage responseMessage);
 
+  /// What the server answered (status as code, its message, trace and alert), or what the library
+  /// made for a failure of its own (negative code).
   ResponseMessage responseMessage;
 
   // Named constructors: code and message default to the case's own.
+  /// @{
+  /// Named constructors for the library's own failures, each with its code and message:
+  /// requestFailed -27000 "Request failed", jsonConversionFailure -27001 "Invalid JSON Conversion",
+  /// invalidData -27002 "Invalid data" (e.g. a URL that cannot be built), responseUnsuccessful -27003
+  /// "Response Unsuccessful" (an unexpected status or reply), jsonParsingFailure -27004 "JSON Parsing
+  /// Failure", noInternet -27005 "No internet connection", failedSerialization -27006 "Object
+  /// serialization failed", refreshTokenFailed -27008 "Access token refresh failed",
+  /// bluetoothDisabled -27009 "Bluetooth disabled" (-27007 is unused). `description` and `code`
+  /// replace the message and code when given.
   static APIError requestFailed(std::optional<std::string> description = std::nullopt, std::optional<std::int64_t> code = std::nullopt);
   static APIError jsonConversionFailure(std::optional<std::string> description = std::nullopt, std::optional<std::int64_t> code = std::nullopt);
   static APIError invalidData(std::optional<std::string> description = std::nullopt, std::optional<std::int64_t> code = std::nullopt);
@@ -25,6 +40,7 @@ class APIError : public std::exception {
   static APIError failedSerialization(std::optional<std::string> description = std::nullopt, std::optional<std::int64_t> code = std::nullopt);
   static APIError refreshTokenFailed(std::optional<std::string> description = std::nullopt, std::optional<std::int64_t> code = std::nullopt);
   static APIError bluetoothDisabled(std::optional<std::string> description = std::nullopt, std::optional<std::int64_t> code = std::nullopt);
+  /// @}
 
   /// The alert's code when there is an alert, else the message's code.
   std::int64_t alertCode() const;
@@ -38,6 +54,7 @@ class APIError : public std::exception {
   static APIError parseError(std::exception_ptr error, const std::string& title = "Warning",
                              std::optional<std::string> message = std::nullopt);
 
+  /// `"APIError <code>: <message>"`, with an empty message when the ResponseMessage has none.
   const char* what() const noexcept override { return what_.c_str(); }
 
  private:
@@ -47,7 +64,10 @@ class APIError : public std::exception {
 /// Translation of localisation keys used by APIError's localized texts. The default returns the
 /// key itself; an application installs its own table look-up.
 using Localizer = std::string (*)(const std::string& key);
+/// Installs the process-wide translation of localisation keys; `nullptr` restores the default
+/// (the key itself). Safe to call from any thread.
 void setLocalizer(Localizer localizer);
+/// `key` translated by the installed Localizer, or `key` itself when none is installed.
 std::string localized(const std::string& key);
 
 }  // namespace velora

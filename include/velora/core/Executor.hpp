@@ -7,6 +7,9 @@
 
 namespace velora {
 
+/// Where work continues: the main queue, the library's thread pool, or a thread blocked in
+/// Task::get(). A suspended task resumes on the executor it runs under; implement it to run tasks on
+/// a queue of the application's.
 class Executor {
  public:
   virtual ~Executor() = default;

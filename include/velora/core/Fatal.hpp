@@ -7,7 +7,7 @@ namespace velora {
 
 struct Platform;
 
-/// Prints "VeloraSDK fatal error: <message>" to standard error and aborts.
+/// Prints `"VeloraSDK fatal error: <message>"` to standard error and aborts.
 [[noreturn]] void fatal(std::string_view message);
 
 /// A debug assertion: stops the process when the platform's `debugAssertionsStop` is set (debug

@@ -13,20 +13,26 @@
 
 namespace velora {
 
+/// One argument of a registered operation.
 struct OperationArgument {
   /// The argument's label, also its key in the arguments object.
   std::string name;
+  /// False for an optional argument, which may be left out of the arguments object or be null.
   bool required = true;
 };
 
+/// One REST operation of the facade: how to describe it, build its request, run it in either form
+/// and decode its reply, all with the arguments as one JSON object.
 struct OperationEntry {
   /// The facade's name for it ("getControllableItems").
   std::string name;
+  /// The HTTP method it sends ("GET", "POST"...).
   std::string method;
   /// The path below the endpoint, arguments shown as {name} ("/api/lgnm/v1/scan?code={from}").
   std::string path;
   /// The reply record's name.
   std::string replyType;
+  /// The arguments in the order the facade's function takes them; empty when it takes none.
   std::vector<OperationArgument> arguments;
 
   // Each takes the arguments as one JSON object keyed by label; arguments that do not decode

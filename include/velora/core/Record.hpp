@@ -44,30 +44,35 @@
 namespace velora {
 
 /// A value that does not have the shape its record declares. `path` is a JSON path such as
-/// "$.iosadvConf.tagid"; `what()` reads "<path>: <reason>".
+/// "$.iosadvConf.tagid"; `what()` reads `"<path>: <reason>"`.
 class DecodingError : public JsonError {
  public:
+  /// `reason` says what was expected and found, e.g. "required key is missing".
   DecodingError(std::string path, const std::string& reason)
       : JsonError(path + ": " + reason), path_(std::move(path)) {}
+  /// JSON path of the offending value, "$" for the top level and "$[3].name" inside a list.
   const std::string& path() const { return path_; }
 
  private:
   std::string path_;
 };
 
+/// One entry of a record's field table: the JSON key a member travels under.
 template <class R, class M>
 struct Field {
-  std::string_view key;
-  M R::*member;
+  std::string_view key;  ///< JSON key; the member's own name unless the declaration gives another.
+  M R::*member;          ///< The member of record R that the key reads into and writes from.
 };
 
+/// A Field, with its types deduced from `member`.
 template <class R, class M>
 constexpr Field<R, M> field(std::string_view key, M R::*member) { return {key, member}; }
 
+/// One case of a text-backed enumeration and the text it travels as in JSON.
 template <class E>
 struct EnumCase {
-  E value;
-  std::string_view raw;
+  E value;               ///< The C++ case.
+  std::string_view raw;  ///< Its JSON text: the case's name unless the declaration gives another.
 };
 
 template <class T>
@@ -220,9 +225,14 @@ struct IsOptional<std::optional<T>> : std::true_type {};
 
 }  // namespace detail
 
+/// `value` as a JSON tree: records become objects in field-table order with absent optionals left
+/// out, enumerations their raw text, Date seconds since 2001-01-01, Bytes base64 text.
 template <class T>
 AnyCodable encode(const T& value) { return detail::Codec<T>::encode(value); }
 
+/// A T read from a JSON tree. Throws DecodingError, naming the JSON path, when a required key is
+/// missing or null, a value has the wrong kind, or an integer is out of T's range; unknown keys are
+/// ignored and an unknown enumeration text reads as the enumeration's last case.
 template <class T>
 T decode(const AnyCodable& json) { return detail::Codec<T>::decode(json, detail::JsonPath{}); }
 
@@ -271,6 +281,7 @@ T decodeJSON(std::string_view text) {
   }
 }
 
+/// `value` as compact JSON text (encode, then AnyCodable::dump); JsonError for a non-finite number.
 template <class T>
 std::string encodeJSON(const T& value) { return encode(value).dump(); }
 
@@ -490,7 +501,7 @@ struct TypeName<Bytes> {
 
 }  // namespace detail
 
-/// The name a reply type goes by in messages such as "<Type> completed successfully".
+/// The name a reply type goes by in messages such as `"<Type> completed successfully"`.
 template <class T>
 std::string typeName() { return detail::TypeName<T>::get(); }
 

@@ -36,6 +36,7 @@ namespace velora {
 /// Thrown into a task whose stop was requested while it waited for something cancellable.
 class CancellationError : public std::exception {
  public:
+  /// Always "CancellationError".
   const char* what() const noexcept override { return "CancellationError"; }
 };
 
@@ -210,12 +211,22 @@ class TaskPromise<void> : public TaskPromiseBase {
 
 }  // namespace detail
 
+/// The result of an awaitable operation: a lazy coroutine producing a T (nothing for `Task<void>`)
+/// or an exception, such as APIError or PlatformError. It starts when awaited or when get() is
+/// called, and runs once. A task owns its coroutine: destroying a task that has not finished
+/// destroys the coroutine.
 template <class T>
 class [[nodiscard]] Task {
  public:
+  /// @{
+  /// Coroutine plumbing: the promise type the compiler uses and the handle of the coroutine.
   using promise_type = detail::TaskPromise<T>;
   using Handle = std::coroutine_handle<promise_type>;
+  /// @}
 
+  /// @{
+  /// Moves the coroutine over; the moved-from task is empty and may only be destroyed or assigned.
+  /// Tasks cannot be copied.
   Task(Task&& other) noexcept : handle_(std::exchange(other.handle_, {})) {}
   Task& operator=(Task&& other) noexcept {
     if (this != &other) {
@@ -224,6 +235,7 @@ class [[nodiscard]] Task {
     }
     return *this;
   }
+  /// @}
   Task(const Task&) = delete;
   Task& operator=(const Task&) = delete;
   ~Task() { destroy(); }
@@ -240,10 +252,17 @@ class [[nodiscard]] Task {
 
   /// Requests stop: cancellable waits inside the task throw CancellationError, transfers end.
   void cancel() { handle_.promise().requestStop(); }
+  /// The token the task watches: its own until it is awaited by a task whose token can be stopped,
+  /// that task's from then on (so cancel() then no longer reaches it).
   std::stop_token stopToken() const { return handle_.promise().stopToken(); }
 
+  /// What `co_await task` suspends on: the awaited task inherits the awaiting coroutine's stop token
+  /// and executor, runs, and hands back its result or rethrows its error.
   struct Awaiter {
-    Handle child;
+    Handle child;  ///< The awaited task's coroutine; still owned by the Task.
+    /// @{
+    /// Coroutine protocol: always starts the child at once, and resumes the awaiting coroutine when
+    /// the child finishes.
     bool await_ready() const noexcept { return false; }
     template <class Promise>
     std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> parent) noexcept {
@@ -253,9 +272,14 @@ class [[nodiscard]] Task {
       return child;
     }
     T await_resume() { return child.promise().take(); }
+    /// @}
   };
+  /// @{
+  /// Lets a coroutine `co_await` the task, as a temporary or a named task. Await a task once only:
+  /// its result is moved out.
   Awaiter operator co_await() && noexcept { return Awaiter{handle_}; }
   Awaiter operator co_await() & noexcept { return Awaiter{handle_}; }
+  /// @}
 
  private:
   friend promise_type;
@@ -278,8 +302,11 @@ inline Task<void> TaskPromise<void>::get_return_object() noexcept {
 }  // namespace detail
 
 /// Awaitable that yields the current task's stop token: `auto token = co_await currentStopToken();`
+/// Outside a task (another kind of coroutine) the token is empty and can never be stopped.
 struct currentStopToken {
-  std::stop_token token;
+  std::stop_token token;  ///< Filled in when awaited.
+  /// @{
+  /// Coroutine protocol: reads the awaiting task's token without suspending.
   bool await_ready() const noexcept { return false; }
   template <class Promise>
   bool await_suspend(std::coroutine_handle<Promise> handle) noexcept {
@@ -287,6 +314,7 @@ struct currentStopToken {
     return false;
   }
   std::stop_token await_resume() const noexcept { return token; }
+  /// @}
 };
 
 /// Starts a task without waiting for it: it runs on the calling thread until it first waits. `done`

@@ -7,6 +7,8 @@
 
 namespace velora {
 
+/// A parsed absolute or relative URL reference, kept as written (no normalisation or decoding of
+/// percent escapes). Two URLs are equal when their texts are.
 class URL {
  public:
   /// Parses `text`; nullopt when it is not a valid URL reference (characters outside the URL
@@ -18,14 +20,25 @@ class URL {
   /// scheme's "//" is not part of the path and stays.
   static std::optional<URL> safeInit(std::string_view string);
 
+  /// The whole text, as parsed (after safeInit's repair of the path).
   const std::string& absoluteString() const { return text_; }
+  /// The scheme without ":" ("https"); empty for a relative reference.
   const std::string& scheme() const { return scheme_; }
+  /// The host without user information or port, an IPv6 address with its brackets; empty when the
+  /// URL has no "//" authority.
   const std::string& host() const { return host_; }
+  /// The explicit port (0 to 65535); empty when none is written, not the scheme's default.
   std::optional<int> port() const { return port_; }
+  /// The path, percent escapes kept; empty when there is none (e.g. "https://example.org").
   const std::string& path() const { return path_; }
+  /// @{
+  /// The text after "?" and after "#", without the mark; empty when the mark is absent, an empty
+  /// string when it is present with nothing after it.
   const std::optional<std::string>& query() const { return query_; }
   const std::optional<std::string>& fragment() const { return fragment_; }
+  /// @}
 
+  /// Compares the texts.
   friend bool operator==(const URL& a, const URL& b) { return a.text_ == b.text_; }
 
  private:

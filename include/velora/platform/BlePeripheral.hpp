@@ -15,9 +15,15 @@ namespace velora {
 /// What goes on air: Apple's iBeacon layout (company 0x004C, type 0x02, length 0x15, the proximity
 /// UUID, major and minor big-endian, the measured power at one metre as a signed byte).
 struct BeaconIdentity {
+  /// The proximity UUID's 16 bytes in the order of its text form (see parseUUID).
   std::array<std::uint8_t, 16> proximityUUID{};
+  /// @{
+  /// Tell tags with the same proximity UUID apart; sent big-endian.
   std::uint16_t major = 0;
   std::uint16_t minor = 0;
+  /// @}
+  /// The signal strength, in dBm, that a receiver one metre away should see; its distance estimate
+  /// starts from it (typically a negative number around -59).
   std::int8_t measuredPower = 0;
 
   /// The manufacturer data after the company identifier: 0x02 0x15, UUID, major, minor, power.
@@ -27,13 +33,17 @@ struct BeaconIdentity {
   friend bool operator==(const BeaconIdentity&, const BeaconIdentity&) = default;
 };
 
+/// The Bluetooth company identifier that precedes manufacturerData() on air, as iBeacon requires.
 inline constexpr std::uint16_t kAppleCompanyIdentifier = 0x004C;
 
 /// The controller's state, named as the platform's Bluetooth states are.
 enum class BlePowerState { unknown, resetting, unsupported, unauthorized, poweredOff, poweredOn };
 
+/// The Bluetooth LE peripheral a positioning tag advertises with: makeBlueZPeripheral on a real
+/// controller, SimulatedBlePeripheral elsewhere.
 class BlePeripheral {
  public:
+  /// Told the controller's power state, on the peripheral's thread.
   using StateHandler = std::function<void(BlePowerState)>;
   /// nullopt: the advertisement is on air; otherwise why it is not.
   using StartHandler = std::function<void(std::optional<std::string> error)>;
@@ -45,12 +55,14 @@ class BlePeripheral {
   /// call returns the old handler is not running (a running one is waited for, unless the call
   /// comes from inside it) and never runs again.
   virtual void setStateHandler(StateHandler handler) = 0;
+  /// The power state now; advertising needs poweredOn.
   virtual BlePowerState state() const = 0;
 
   /// Puts `identity` on air (replacing what was advertised); `done` runs once with the outcome.
   virtual void startAdvertising(const BeaconIdentity& identity, StartHandler done) = 0;
   /// Takes the advertisement off air; nothing happens when none is.
   virtual void stopAdvertising() = 0;
+  /// Whether an advertisement is on air now.
   virtual bool isAdvertising() const = 0;
 
   /// Which adapter this is, for messages ("BlueZ adapter hci0", "simulated peripheral").
@@ -62,12 +74,15 @@ class BlePeripheral {
 /// the thread that called it (or that changed its power state).
 class SimulatedBlePeripheral : public BlePeripheral {
  public:
+  /// One switch of the advertisement, on or off.
   struct Switch {
-    bool on = false;
-    std::optional<BeaconIdentity> identity;  // what went on air, for an "on" switch
+    bool on = false;  ///< True when the advertisement went on air, false when it was taken off.
+    std::optional<BeaconIdentity> identity;  ///< What went on air, for an "on" switch; else empty.
   };
+  /// Told of each Switch; replaced by the next observeSwitches.
   using SwitchObserver = std::function<void(const Switch&)>;
 
+  /// A new simulated peripheral: powered on, not advertising, starts succeed.
   static std::shared_ptr<SimulatedBlePeripheral> make();
 
   /// Changes the power state as a controller would, telling the state handler.
@@ -76,6 +91,7 @@ class SimulatedBlePeripheral : public BlePeripheral {
   virtual void failStartsWith(std::optional<std::string> error) = 0;
   /// Told of every switch on or off, on the peripheral's thread.
   virtual void observeSwitches(SwitchObserver observer) = 0;
+  /// The identity on air now; nullopt when nothing is advertised.
   virtual std::optional<BeaconIdentity> advertised() const = 0;
 };
 

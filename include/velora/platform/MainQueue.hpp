@@ -18,6 +18,8 @@ namespace velora {
 /// An executor that also runs work after a delay; its thread is the application's main thread.
 class MainQueue : public Executor {
  public:
+  /// Runs `work` on this queue once `delay` has passed, not earlier; work due at the same time
+  /// runs in the order posted.
   virtual void postAfter(std::chrono::milliseconds delay, std::function<void()> work) = 0;
   /// True when called from the thread that runs this queue's work.
   virtual bool isCurrent() const = 0;
@@ -34,6 +36,8 @@ class RunLoop : public MainQueue {
   void run();
   /// Runs work until `done()` holds (checked after each item) or `stop()`; false on stop.
   bool runUntil(const std::function<bool()>& done);
+  /// Makes run or runUntil return after the current work; work still queued waits for the next
+  /// run. Callable from any thread. A stop before the loop runs is forgotten: each run starts anew.
   void stop();
 
  private:

@@ -15,7 +15,9 @@
 
 namespace velora {
 
+/// One announcement: what happened, and the values that go with it.
 struct Notification {
+  /// What happened; observers subscribe by this name.
   std::string name;
   /// Entries by key; a notification's record travels under "payload".
   std::map<std::string, std::any> userInfo;
@@ -28,21 +30,31 @@ struct Notification {
   }
 };
 
+/// Delivers notifications by name to their observers. Safe to use from any thread; make one with
+/// make(), since observations refer back to their center.
 class NotificationCenter : public std::enable_shared_from_this<NotificationCenter> {
  public:
+  /// Receives each notification of the observed name.
   using Observer = std::function<void(const Notification&)>;
 
   /// Keeps an observer registered; it hears nothing more once this is destroyed or reset, even
   /// when a delivery was already queued.
   class Observation {
    public:
+    /// An empty observation that observes nothing.
     Observation() = default;
+    /// @{
+    /// Takes over `other`'s observer, leaving `other` empty; assigning first ends the observer this
+    /// one held.
     Observation(Observation&&) noexcept = default;
     Observation& operator=(Observation&& other) noexcept;
+    /// @}
     Observation(const Observation&) = delete;
     Observation& operator=(const Observation&) = delete;
     ~Observation() { reset(); }
+    /// Unregisters the observer now (queued deliveries included); the observation is then empty.
     void reset();
+    /// True while an observer is registered through this observation.
     explicit operator bool() const { return entry_ != nullptr; }
 
    private:
@@ -53,6 +65,7 @@ class NotificationCenter : public std::enable_shared_from_this<NotificationCente
     std::weak_ptr<NotificationCenter> center_;
   };
 
+  /// A new center without observers; the only way to make one.
   static std::shared_ptr<NotificationCenter> make() { return std::shared_ptr<NotificationCenter>(new NotificationCenter); }
 
   /// Observes `name`. With a queue the observer runs there; without one it runs on the posting

@@ -6,6 +6,7 @@
 
 namespace velora {
 
+/// Answers whether the machine has a usable network connection; Orvane::hasConnectivity asks it.
 class Reachability {
  public:
   virtual ~Reachability() = default;

@@ -13,14 +13,17 @@
 
 namespace velora {
 
+/// The status numbers every SecureStore method returns.
 namespace secure_status {
-inline constexpr int kSuccess = 0;
-inline constexpr int kDuplicateItem = -25299;
-inline constexpr int kItemNotFound = -25300;
-inline constexpr int kIOError = -36;
-inline constexpr int kParameterError = -50;
+inline constexpr int kSuccess = 0;               ///< Done.
+inline constexpr int kDuplicateItem = -25299;    ///< add: an item with this service and account exists.
+inline constexpr int kItemNotFound = -25300;     ///< No item with this service and account.
+inline constexpr int kIOError = -36;             ///< The storage could not be read or written.
+inline constexpr int kParameterError = -50;      ///< The service or account cannot be stored as given.
 }  // namespace secure_status
 
+/// Secret bytes under a service and an account (see above); every method returns a secure_status
+/// number and never throws. Safe to use from any thread.
 class SecureStore {
  public:
   virtual ~SecureStore() = default;
@@ -31,6 +34,7 @@ class SecureStore {
   virtual int update(const std::optional<std::string>& service, const std::string& account, const Bytes& data) = 0;
   /// kSuccess with `data` filled, or kItemNotFound.
   virtual int copyMatching(const std::optional<std::string>& service, const std::string& account, Bytes* data) = 0;
+  /// Deletes the item; kItemNotFound when there is none.
   virtual int remove(const std::optional<std::string>& service, const std::string& account) = 0;
 };
 

@@ -25,6 +25,7 @@ class GlibMainQueue : public MainQueue {
 
   /// Runs the loop until `quit()`.
   void run();
+  /// Makes run() return after the current dispatch; callable from any thread.
   void quit();
   /// Runs the loop until `done()` holds (checked after each dispatch) or `timeout` passes; false
   /// on timeout.
@@ -34,11 +35,15 @@ class GlibMainQueue : public MainQueue {
   std::atomic<bool> quitRequested_{false};
 };
 
+/// How makeWebKitWebView sets up its view.
 struct WebViewOptions {
   /// A window on screen, or an offscreen one (rendering and snapshots without showing anything).
   bool offscreen = false;
+  /// @{
+  /// The window's size in pixels, on screen or offscreen (what snapshots capture).
   int width = 1024;
   int height = 768;
+  /// @}
   /// Cookies, storage and caches in memory only, gone with the view.
   bool ephemeral = true;
   /// Replaces the engine's user agent.

@@ -12,6 +12,7 @@
 
 namespace velora {
 
+/// The appearance a page is asked to take (its `prefers-color-scheme`).
 enum class ColorScheme { light, dark };
 
 /// Every method is called on the main queue, and every callback runs there. A completion runs
@@ -31,8 +32,9 @@ class WebView {
   /// Observed navigation of the main frame. A navigation that fails reports `failed` and never
   /// `finished`.
   struct NavigationObserver {
-    std::function<void(const std::string& url)> started;
-    std::function<void(const std::string& url)> finished;
+    std::function<void(const std::string& url)> started;   ///< A load of `url` began.
+    std::function<void(const std::string& url)> finished;  ///< The load of `url` completed.
+    /// The load of `url` failed, with the engine's reason text.
     std::function<void(const std::string& url, const std::string& error)> failed;
   };
 
@@ -40,12 +42,16 @@ class WebView {
 
   /// Loads `url`; `headers` go with the request of the page itself (not with its sub-resources).
   virtual void load(const std::string& url, const HttpHeaders& headers = {}) = 0;
+  /// Sets the observer of main-frame navigations, replacing the earlier one; empty members are
+  /// not called.
   virtual void setNavigationObserver(NavigationObserver observer) = 0;
   /// Runs `script` in the page's main frame; its completion value is the result.
   virtual void evaluateScript(const std::string& script, ScriptCompletion completion) = 0;
   /// Makes `window.webkit.messageHandlers.NAME.postMessage(x)` available to the page; each call
   /// reaches `handler`. Registering a name again replaces its handler.
   virtual void addScriptMessageHandler(const std::string& name, MessageHandler handler) = 0;
+  /// Unregisters `name`: the page's `postMessage` on it stops reaching the library. Nothing
+  /// happens for a name that is not registered.
   virtual void removeScriptMessageHandler(const std::string& name) = 0;
   /// The web inspector and its context menu entry.
   virtual void setDeveloperExtrasEnabled(bool enabled) = 0;

@@ -16,6 +16,8 @@
 
 namespace velora {
 
+/// A counting semaphore whose waiters are suspended tasks: they are released first in, first out,
+/// and resume on their own task's executor. Use it to bound how many tasks run a section at once.
 class AsyncSemaphore {
  public:
   /// Stops the process with "AsyncSemaphore requires a value equal or greater than zero" when
@@ -37,13 +39,18 @@ class AsyncSemaphore {
   /// `co_await semaphore.wait();` waits for a permit, ignoring cancellation.
   class WaitAwaiter {
    public:
+    /// Made by AsyncSemaphore::wait; the semaphore must outlive the wait.
     explicit WaitAwaiter(AsyncSemaphore& semaphore) : semaphore_(semaphore) {}
+    /// @{
+    /// Coroutine protocol: takes a permit, and suspends the task only when none is left; a waiting
+    /// task is resumed by `signal` on the task's executor.
     bool await_ready() const noexcept { return false; }
     template <class Promise>
     bool await_suspend(std::coroutine_handle<Promise> handle) {
       return suspend(handle, detail::executorOf(handle));
     }
     void await_resume() const noexcept {}
+    /// @}
 
    private:
     bool suspend(std::coroutine_handle<> handle, std::shared_ptr<Executor> executor);
@@ -55,13 +62,19 @@ class AsyncSemaphore {
   /// the task's stop is requested before or while it waits, leaving `value` as it was.
   class CancellableWaitAwaiter {
    public:
+    /// Made by AsyncSemaphore::waitUnlessCancelled; the semaphore must outlive the wait.
     explicit CancellableWaitAwaiter(AsyncSemaphore& semaphore) : semaphore_(semaphore) {}
+    /// @{
+    /// Coroutine protocol: takes a permit unless the task is already cancelled, and suspends the task
+    /// only when none is left; a stop request while suspended gives the claim back and resumes the
+    /// task, whose `await_resume` then throws CancellationError.
     bool await_ready() const noexcept { return false; }
     template <class Promise>
     bool await_suspend(std::coroutine_handle<Promise> handle) {
       return suspend(handle, detail::stopTokenOf(handle), detail::executorOf(handle));
     }
     void await_resume() const;
+    /// @}
 
    private:
     bool suspend(std::coroutine_handle<> handle, std::stop_token token, std::shared_ptr<Executor> executor);
@@ -76,7 +89,11 @@ class AsyncSemaphore {
     bool cancelled_ = false;
   };
 
+  /// Awaitable that takes a permit, suspending the task until one is signalled; it cannot be
+  /// cancelled, so the task waits on even after its stop is requested.
   WaitAwaiter wait() { return WaitAwaiter(*this); }
+  /// Awaitable that takes a permit like `wait`, but throws CancellationError (and leaves `value` as
+  /// it was) when the task's stop is requested before or during the wait.
   CancellableWaitAwaiter waitUnlessCancelled() { return CancellableWaitAwaiter(*this); }
 
  private:

@@ -45,9 +45,11 @@ class EventStreamParser {
 
 /// One event block read into its fields. Any field can be absent.
 struct Event {
+  /// The "id" field; the source's lastEventId becomes it, absent included.
   std::optional<std::string> id{};
   /// Absent means the default event name, "message".
   std::optional<std::string> event{};
+  /// The "data" lines joined with "\n": what listeners decode (JSON on the platform's streams).
   std::optional<std::string> data{};
   /// The reconnection time as sent, in milliseconds; see retryTime().
   std::optional<std::string> retry{};

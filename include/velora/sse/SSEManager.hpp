@@ -25,8 +25,12 @@
 
 namespace velora {
 
+/// One subscription stream: its request, its named listeners and its reconnection. The facade's
+/// stream operations make one per stream; keep it while the stream is wanted and end it with
+/// removeAllListenersAndDisconnect(). Listeners and the open and end callbacks run on the main queue.
 class SSEManager : public std::enable_shared_from_this<SSEManager> {
  public:
+  /// Extra request headers by name; the facade passes its session's, the bearer token among them.
   using Headers = std::map<std::string, std::string>;
 
   /// A GET stream of `path` followed directly by `subPath` (no separator is added). Throws
@@ -45,26 +49,33 @@ class SSEManager : public std::enable_shared_from_this<SSEManager> {
   SSEManager(const SSEManager&) = delete;
   SSEManager& operator=(const SSEManager&) = delete;
 
+  /// The stream's address as built by the GET form of make; empty for the POST form.
   std::optional<std::string> serverURL;
   /// The connection. The owner may replace it; reconnects use whichever source is current.
   std::shared_ptr<EventSource> eventSource;
 
   /// Stores the handler (replacing one of the same name) and registers it on the event source.
   void addEventListener(const std::string& event, EventHandler handler);
+  /// Removes the handler of that name, here and on the event source.
   void removeEventListener(const std::string& event);
   /// Removes every listener, here and on the event source, and disconnects the event source.
   void removeAllListenersAndDisconnect();
 
+  /// The listeners by event name, as given to make or added since; each new event source of the
+  /// reconnect policy gets them all.
   const std::map<std::string, EventHandler>& eventListenersCompletionHandler() const { return listeners_; }
 
+  /// @{
   /// Opts in to (or, with `enabled` false, out of) the fuller reconnection: every ending but a
   /// clean 200 end reconnects after a backoff, with a new event source that carries this
   /// manager's listeners and sends "Last-Event-Id" (the id of the last event received); a stream
   /// open for `resetAfter` starts the backoff over; the idle watchdog reconnects a silent stream;
   /// removeAllListenersAndDisconnect() ends it for good, a pending reconnect included. Applies
   /// from the next ending; the watchdog starts with the next open. Set it before connecting.
+  /// reconnectPolicy() gives the policy in force (disabled unless set).
   void setReconnectPolicy(StreamReconnectPolicy policy);
   StreamReconnectPolicy reconnectPolicy() const;
+  /// @}
 
  private:
   explicit SSEManager(const Platform& platform) : platform_(platform) {}

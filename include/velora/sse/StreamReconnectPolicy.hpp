@@ -7,6 +7,8 @@
 
 namespace velora {
 
+/// How an SSEManager reconnects when opted in: after each ending but a clean 200 end, following a
+/// backoff, with a new event source that resumes from the last event id. Disabled by default.
 struct StreamReconnectPolicy {
   /// Off by default. The platform's own rule is narrower: a stream is retried after the server's
   /// retry time only when it never got its response, always from the beginning, and a stream that

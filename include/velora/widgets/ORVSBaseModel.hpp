@@ -82,32 +82,50 @@ constexpr std::string_view keyOf(const Fields& fields, M R::*member) {
 
 }  // namespace detail
 
+/// The fields every component record shares, and the observer list that lets a view follow them.
+/// Records derive from it through ORVSComponentModel and are shared by std::shared_ptr. Fields are
+/// plain members: write through set() (or call notifyChanged()) so that observers hear of a change.
+/// Observing is thread-safe; writing a record's fields is for one thread at a time. Copies carry the
+/// field values only, and equality compares field values only.
 class ORVSBaseModel {
  public:
+  /// The component's kind. A record starts with its own kind; decoding takes the "type" key
+  /// (required), and an ORVSComponent writes its case's kind whatever this field holds.
   ORVSComponentType type = ORVSComponentType::unknown;
-  /// The component's id on the server; widget cards are fetched and posted by it.
+  /// The component's id on the server; widget cards are fetched and posted by it. Required in JSON.
   std::string componentId;
-  /// Whether the user may interact with the component.
+  /// Whether the user may interact with the component. Required in JSON.
   bool enabled = false;
-  std::optional<std::string> name;
+  std::optional<std::string> name;  ///< The display name; absent for none.
+  /// The localisation key of `name`, for applications that translate it themselves; absent for none.
   std::optional<std::string> i18n;
   /// The component's current value, whatever its shape (text, number, list, object...).
   std::optional<AnyCodable> value;
 
+  /// Receives the JSON key of the field that changed; runs on the thread that made the change.
   using Observer = std::function<void(std::string_view fieldName)>;
 
   /// Keeps an observer registered; destroying or cancelling it unsubscribes. It may outlive the
   /// record it observes.
   class Subscription {
    public:
+    /// An empty subscription that observes nothing; cancelling it does nothing.
     Subscription() = default;
+    /// @{
+    /// Takes over `other`'s observer, leaving `other` empty; assigning first cancels the observer
+    /// this subscription held.
     Subscription(Subscription&& other) noexcept;
     Subscription& operator=(Subscription&& other) noexcept;
+    /// @}
     Subscription(const Subscription&) = delete;
     Subscription& operator=(const Subscription&) = delete;
     ~Subscription() { cancel(); }
 
+    /// Unregisters the observer, from any thread. Once it returns the observer is not called again,
+    /// except by a notification already under way. Safe to call twice, or after the record is gone.
     void cancel() noexcept;
+    /// Whether the subscription still holds an observer of a living record: false once cancelled,
+    /// moved from, or after the record is destroyed.
     bool active() const { return !observers_.expired(); }
 
    private:
@@ -141,13 +159,20 @@ class ORVSBaseModel {
   }
 
  protected:
+  /// A record of kind `kind` with the other shared fields empty and no observers.
   explicit ORVSBaseModel(ORVSComponentType kind);
+  /// @{
+  /// Copy or move the shared field values only: a new record starts with no observers, and an
+  /// assigned one keeps its own observers without telling them of the change.
   ORVSBaseModel(const ORVSBaseModel& other);
   ORVSBaseModel(ORVSBaseModel&& other) noexcept;
   ORVSBaseModel& operator=(const ORVSBaseModel& other);
   ORVSBaseModel& operator=(ORVSBaseModel&& other) noexcept;
+  /// @}
   ~ORVSBaseModel();
 
+  /// Stores `newValue` in `slot` and, when it differs from the old value, tells the observers
+  /// `key`. Returns whether it changed. The step behind both set() functions.
   template <class M>
   bool assign(M& slot, M newValue, std::string_view key) {
     const bool changed = !(slot == newValue);
@@ -167,7 +192,7 @@ class ORVSBaseModel {
 template <class Derived, ORVSComponentType Kind>
 class ORVSComponentModel : public ORVSBaseModel {
  public:
-  static constexpr ORVSComponentType kind = Kind;
+  static constexpr ORVSComponentType kind = Kind;  ///< The component kind, and ORVSComponent case, of Derived.
 
   ORVSComponentModel() : ORVSBaseModel(Kind) {}
 
