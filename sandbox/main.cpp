@@ -39,6 +39,7 @@ constexpr const char* kUsage =
     "  --threads N                       worker threads; each open stream holds one (default 256)\n"
     "  --cut-random-stream-ms MS         every MS cut one open event stream, chosen at random,\n"
     "                                    in the middle of its next event (default: never)\n"
+    "  --version                         print the version and exit\n"
     "  --help                            show this help\n"
     "\n"
     "Platform routes outside /api/v1/public/ need an access token from the realm.\n"
@@ -70,6 +71,10 @@ int main(int argc, char** argv) {
     const std::string_view arg = argv[i];
     if (arg == "--help" || arg == "-h") {
       std::cout << kUsage;
+      return 0;
+    }
+    if (arg == "--version") {
+      std::cout << "velora-sandbox " VELORA_VERSION "\n";
       return 0;
     }
     if (arg == "--no-test-routes") {

@@ -23,6 +23,7 @@
 #include <velora/core/SessionRenewer.hpp>
 #include <velora/core/Task.hpp>
 #include <velora/core/URL.hpp>
+#include <velora/core/Version.hpp>
 #include <velora/map/DynamicMapView.hpp>
 #include <velora/map/MapClick.hpp>
 #include <velora/map/MapConfiguration.hpp>

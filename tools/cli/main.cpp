@@ -8,6 +8,7 @@
 
 #include <velora/core/APIError.hpp>
 #include <velora/core/PlatformError.hpp>
+#include <velora/core/Version.hpp>
 
 #include "Command.hpp"
 #include "Failure.hpp"
@@ -31,6 +32,7 @@ int fail(int code, const std::string& message, const std::vector<std::string>& h
 int main(int argc, char** argv) {
   using namespace velora::cli;
   CLI::App app{"Command-line client for the Velora platform", "velora"};
+  app.set_version_flag("--version", "velora " + std::string(velora::version()), "print the version and exit");
   app.require_subcommand(1);
   app.fallthrough();  // global settings may also follow the subcommand
   Settings settings;
