@@ -91,6 +91,7 @@ need() {
 }
 
 velora="$bin_dir/velora"
+step "$velora" --version
 step "$velora" --endpoint "$url" check
 # The platform's other routes want a session: the guest login gives one, and each later run
 # resumes it from the client's state instead of logging in again.
